@@ -1,0 +1,51 @@
+# The front door. Every target installs what is missing first, so each works on a
+# fresh Debian machine as root.
+BUILD      ?= build
+JOBS       ?= $(shell nproc)
+CMAKE_ARGS ?=
+
+.PHONY: all deps build test demo asan fuzz bench install clean
+
+all: build
+
+deps:
+	@scripts/install-deps
+
+$(BUILD)/build.ninja:
+	cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo $(CMAKE_ARGS)
+
+build: deps $(BUILD)/build.ninja
+	cmake --build $(BUILD) -j $(JOBS)
+
+# Unit, simulator and ceph labels; the ceph label runs on a throwaway sandbox cluster.
+test: build
+	@scripts/run-tests $(BUILD)
+
+demo: build
+	@scripts/demo $(BUILD)
+
+# AddressSanitizer + UndefinedBehaviorSanitizer over the unit and sim labels.
+asan: deps
+	cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DAGENTUTIL_SANITIZE=ON
+	cmake --build build-asan -j $(JOBS)
+	ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
+	  ctest --test-dir build-asan -L 'unit|sim' -j $(JOBS) --output-on-failure
+
+# libFuzzer targets for every parser of outside text, each run for FUZZ_SECONDS.
+FUZZ_SECONDS ?= 30
+fuzz: deps
+	CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	  -DAGENTUTIL_FUZZ=ON -DAGENTUTIL_TESTS=OFF
+	cmake --build build-fuzz -j $(JOBS)
+	@scripts/run-fuzzers build-fuzz $(FUZZ_SECONDS)
+
+bench: deps
+	cmake -S . -B build-bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DAGENTUTIL_BENCH=ON -DAGENTUTIL_TESTS=OFF
+	cmake --build build-bench -j $(JOBS)
+	@scripts/run-benches build-bench
+
+install: build
+	cmake --install $(BUILD)
+
+clean:
+	rm -rf $(BUILD) build-asan build-fuzz build-bench

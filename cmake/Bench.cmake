@@ -1,0 +1,13 @@
+# Benchmarks: every folder bench/<name>/ becomes the program bench_<name>.
+find_package(benchmark REQUIRED)
+file(GLOB bench_dirs LIST_DIRECTORIES true CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/bench/*)
+foreach(d IN LISTS bench_dirs)
+  if(IS_DIRECTORY ${d})
+    get_filename_component(n ${d} NAME)
+    file(GLOB srcs CONFIGURE_DEPENDS ${d}/*.cpp)
+    if(srcs)
+      add_executable(bench_${n} ${srcs})
+      target_link_libraries(bench_${n} PRIVATE agentutil_static benchmark::benchmark)
+    endif()
+  endif()
+endforeach()

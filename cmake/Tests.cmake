@@ -1,0 +1,52 @@
+# Tests: GoogleTest through CTest, one process per test case (gtest_discover_tests),
+# labelled unit (beside the code), sim (simulators over loopback) and ceph (sandbox cluster).
+find_package(GTest REQUIRED)
+include(GoogleTest)
+
+file(GLOB support_srcs CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tests/support/*.cpp)
+add_library(au_test_support STATIC ${support_srcs})
+target_link_libraries(au_test_support PUBLIC agentutil_external GTest::gtest GTest::gmock)
+if(TARGET au_log)
+  target_link_libraries(au_test_support PUBLIC au_log)
+endif()
+
+# Extra support targets (fake shared libraries and the like) live in their own folders.
+file(GLOB support_dirs CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tests/support/*/CMakeLists.txt)
+foreach(f IN LISTS support_dirs)
+  get_filename_component(d ${f} DIRECTORY)
+  add_subdirectory(${d})
+endforeach()
+
+function(agentutil_test_executable name label)
+  cmake_parse_arguments(T "" "" "SOURCES;LIBS" ${ARGN})
+  add_executable(${name} ${T_SOURCES})
+  target_link_libraries(${name} PRIVATE ${T_LIBS} au_test_support GTest::gmock_main)
+  gtest_discover_tests(${name}
+    DISCOVERY_MODE PRE_TEST
+    WORKING_DIRECTORY ${PROJECT_BINARY_DIR}
+    PROPERTIES LABELS ${label} ENVIRONMENT "AGENTUTIL_BUILD_DIR=${PROJECT_BINARY_DIR}")
+endfunction()
+
+# Unit tests: every <name>_test.cpp beside the code of a component.
+get_property(component_dirs GLOBAL PROPERTY AGENTUTIL_COMPONENT_DIRS)
+foreach(entry IN LISTS component_dirs)
+  string(REPLACE "=" ";" pair ${entry})
+  list(GET pair 0 comp)
+  list(GET pair 1 dir)
+  file(GLOB tests CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/${dir}/*_test.cpp)
+  if(tests)
+    agentutil_test_executable(${comp}_test unit SOURCES ${tests} LIBS ${comp})
+  endif()
+endforeach()
+
+# Integration tests: one executable per label folder.
+foreach(label sim ceph)
+  file(GLOB tests CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tests/integration/${label}/*.cpp)
+  if(tests)
+    set(libs agentutil_static)
+    if(TARGET au_sim)
+      list(APPEND libs au_sim)
+    endif()
+    agentutil_test_executable(${label}_tests ${label} SOURCES ${tests} LIBS ${libs})
+  endif()
+endforeach()
