@@ -1,0 +1,24 @@
+// agentutil: the library's command-line face, one sub-command family per subsystem.
+#include <CLI/CLI.hpp>
+
+#include "tools/agentutil/cancel.h"
+#include "tools/agentutil/cli_common.h"
+
+int main(int argc, char** argv) {
+  CLI::App app{"agentutil: Ceph RBD, OceanStor and backup-service helpers for backup agents"};
+  app.require_subcommand(1);
+  app.add_flag("--json", cli::options().json, "Print results as JSON for scripts");
+  app.add_flag("-v,--verbose", cli::options().verbose, "Show every library log line");
+
+  add_activity_commands(app);
+  add_sdk_commands(app);
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    return app.exit(e);
+  }
+  cli::install_log_sink();
+  cli::install_cancel_handler();
+  return cli::run_selected_command();
+}
