@@ -1,0 +1,71 @@
+#include "framework/json/utf8.h"
+
+#include <cstdint>
+#include <cstring>
+
+#include "framework/json/rapidjson_setup.h"
+#include <rapidjson/encodings.h>
+#include <rapidjson/memorystream.h>
+
+namespace json_spirit {
+
+namespace {
+
+// Output stream for rapidjson::UTF8<>::Validate that drops what it is given.
+struct Discard {
+  typedef char Ch;
+  void Put(char) {}
+};
+
+struct Append {
+  typedef char Ch;
+  std::string& out;
+  void Put(char c) { out.push_back(c); }
+};
+
+// Length of the leading run of ASCII bytes, eight at a time.
+std::size_t ascii_prefix(const char* s, std::size_t n) {
+  std::size_t i = 0;
+  for (; i + 8 <= n; i += 8) {
+    uint64_t word;
+    std::memcpy(&word, s + i, 8);
+    if (word & 0x8080808080808080ULL) break;
+  }
+  while (i < n && static_cast<unsigned char>(s[i]) < 0x80) ++i;
+  return i;
+}
+
+}  // namespace
+
+bool is_valid_utf8(const char* s, std::size_t n) {
+  std::size_t i = ascii_prefix(s, n);
+  if (i == n) return true;
+  rapidjson::MemoryStream in(s + i, n - i);
+  Discard sink;
+  while (in.Tell() < n - i) {
+    if (!rapidjson::UTF8<>::Validate(in, sink)) return false;
+  }
+  return true;
+}
+
+std::string to_valid_utf8(const char* s, std::size_t n) {
+  static const char REPLACEMENT[] = "\xEF\xBF\xBD";
+  std::string out;
+  out.reserve(n + 8);
+  Append sink{out};
+  std::size_t i = 0;
+  while (i < n) {
+    rapidjson::MemoryStream in(s + i, n - i);
+    const std::size_t kept = out.size();
+    if (rapidjson::UTF8<>::Validate(in, sink)) {
+      i += in.Tell();
+    } else {
+      out.resize(kept);
+      out += REPLACEMENT;
+      ++i;
+    }
+  }
+  return out;
+}
+
+}  // namespace json_spirit
