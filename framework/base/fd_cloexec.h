@@ -1,0 +1,6 @@
+// Marks a descriptor close-on-exec, so that child processes (mount helpers,
+// scripts an agent runs) do not inherit it. Logs at LM_ERROR and returns false
+// when fcntl refuses (bad descriptor).
+#pragma once
+
+bool enable_fd_cloexec(int fd);
