@@ -9,6 +9,10 @@ target_link_libraries(au_test_support PUBLIC agentutil_external GTest::gtest GTe
 if(TARGET au_log)
   target_link_libraries(au_test_support PUBLIC au_log)
 endif()
+# tests/support/http_test_server: cpp-httplib (Debian builds it as a library, HTTPS on).
+find_package(OpenSSL REQUIRED)
+pkg_check_modules(CPPHTTPLIB REQUIRED IMPORTED_TARGET cpp-httplib)
+target_link_libraries(au_test_support PUBLIC PkgConfig::CPPHTTPLIB OpenSSL::SSL OpenSSL::Crypto)
 
 # Extra support targets (fake shared libraries and the like) live in their own folders.
 file(GLOB support_dirs CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tests/support/*/CMakeLists.txt)

@@ -1,0 +1,227 @@
+#include "tests/support/http_test_server.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <openssl/evp.h>
+#include <openssl/pem.h>
+#include <openssl/x509.h>
+#include <openssl/x509v3.h>
+#include <strings.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+
+namespace au_test {
+
+namespace {
+
+// A socket bound to 127.0.0.1 on a port the kernel picks; -1 on failure.
+int bind_loopback(unsigned short& port) {
+  const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (fd < 0) return -1;
+  sockaddr_in addr{};
+  addr.sin_family = AF_INET;
+  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t len = sizeof(addr);
+  if (::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0 ||
+      ::getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len) != 0) {
+    ::close(fd);
+    return -1;
+  }
+  port = ntohs(addr.sin_port);
+  return fd;
+}
+
+bool add_extension(X509* cert, int nid, const char* value) {
+  X509V3_CTX ctx;
+  X509V3_set_ctx_nodb(&ctx);
+  X509V3_set_ctx(&ctx, cert, cert, nullptr, nullptr, 0);
+  X509_EXTENSION* ext = X509V3_EXT_conf_nid(nullptr, &ctx, nid, value);
+  if (ext == nullptr) return false;
+  const bool ok = X509_add_ext(cert, ext, -1) == 1;
+  X509_EXTENSION_free(ext);
+  return ok;
+}
+
+X509* make_certificate(EVP_PKEY* key) {
+  X509* cert = X509_new();
+  if (cert == nullptr) return nullptr;
+  X509_NAME* name = X509_get_subject_name(cert);
+  const bool ok =
+      X509_set_version(cert, 2) == 1 &&
+      ASN1_INTEGER_set(X509_get_serialNumber(cert), std::rand() & 0x7fffffff) == 1 &&
+      X509_gmtime_adj(X509_getm_notBefore(cert), -3600) != nullptr &&
+      X509_gmtime_adj(X509_getm_notAfter(cert), 24 * 3600) != nullptr &&
+      X509_set_pubkey(cert, key) == 1 &&
+      X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_ASC,
+                                 reinterpret_cast<const unsigned char*>("localhost"), -1, -1,
+                                 0) == 1 &&
+      X509_set_issuer_name(cert, name) == 1 &&
+      add_extension(cert, NID_basic_constraints, "critical,CA:TRUE") &&
+      add_extension(cert, NID_key_usage, "critical,digitalSignature,keyCertSign") &&
+      add_extension(cert, NID_subject_key_identifier, "hash") &&
+      add_extension(cert, NID_subject_alt_name, "DNS:localhost,IP:127.0.0.1") &&
+      X509_sign(cert, key, EVP_sha256()) > 0;
+  if (!ok) {
+    X509_free(cert);
+    return nullptr;
+  }
+  return cert;
+}
+
+template <class Write>
+bool write_pem(const std::string& path, Write write) {
+  FILE* f = std::fopen(path.c_str(), "w");
+  if (f == nullptr) return false;
+  const bool ok = write(f);
+  return std::fclose(f) == 0 && ok;
+}
+
+}  // namespace
+
+std::string Recorded_Request::query() const {
+  const auto mark = target.find('?');
+  return mark == std::string::npos ? std::string() : target.substr(mark + 1);
+}
+
+std::string Recorded_Request::header(const std::string& name) const {
+  for (const auto& h : headers)
+    if (::strcasecmp(h.first.c_str(), name.c_str()) == 0) return h.second;
+  return std::string();
+}
+
+bool Recorded_Request::has_header(const std::string& name) const { return header_count(name) > 0; }
+
+std::size_t Recorded_Request::header_count(const std::string& name) const {
+  std::size_t n = 0;
+  for (const auto& h : headers)
+    if (::strcasecmp(h.first.c_str(), name.c_str()) == 0) ++n;
+  return n;
+}
+
+Self_Signed_Certificate::Self_Signed_Certificate() {
+  char dir[] = "/tmp/au_tls_XXXXXX";
+  if (::mkdtemp(dir) == nullptr) return;
+  dir_ = dir;
+  cert_file_ = dir_ + "/cert.pem";
+  key_file_ = dir_ + "/key.pem";
+  EVP_PKEY* key = EVP_EC_gen("P-256");
+  X509* cert = key ? make_certificate(key) : nullptr;
+  ok_ = cert != nullptr &&
+        write_pem(key_file_,
+                  [key](FILE* f) {
+                    return PEM_write_PrivateKey(f, key, nullptr, nullptr, 0, nullptr, nullptr) == 1;
+                  }) &&
+        write_pem(cert_file_, [cert](FILE* f) { return PEM_write_X509(f, cert) == 1; });
+  X509_free(cert);
+  EVP_PKEY_free(key);
+}
+
+Self_Signed_Certificate::~Self_Signed_Certificate() {
+  if (dir_.empty()) return;
+  ::unlink(cert_file_.c_str());
+  ::unlink(key_file_.c_str());
+  ::rmdir(dir_.c_str());
+}
+
+HTTP_Test_Server::HTTP_Test_Server() : server_(new httplib::Server) {}
+
+HTTP_Test_Server::HTTP_Test_Server(const Self_Signed_Certificate& cert)
+    : server_(new httplib::SSLServer(cert.cert_file().c_str(), cert.key_file().c_str())) {}
+
+HTTP_Test_Server::~HTTP_Test_Server() { stop(); }
+
+void HTTP_Test_Server::on(const std::string& method, const std::string& pattern, Handler handler) {
+  if (method == "GET") server_->Get(pattern, std::move(handler));
+  else if (method == "POST") server_->Post(pattern, std::move(handler));
+  else if (method == "PUT") server_->Put(pattern, std::move(handler));
+  else if (method == "DELETE") server_->Delete(pattern, std::move(handler));
+  else if (method == "PATCH") server_->Patch(pattern, std::move(handler));
+  else if (method == "OPTIONS") server_->Options(pattern, std::move(handler));
+}
+
+void HTTP_Test_Server::record(const httplib::Request& req) {
+  Recorded_Request r;
+  r.method = req.method;
+  r.path = req.path;
+  r.target = req.target;
+  r.body = req.body;
+  r.remote_port = req.remote_port;
+  for (const auto& h : req.headers) r.headers.emplace_back(h.first, h.second);
+  std::lock_guard<std::mutex> lock(mutex_);
+  client_ports_.insert(req.remote_port);
+  requests_.push_back(std::move(r));
+}
+
+bool HTTP_Test_Server::start() {
+  if (!server_->is_valid()) return false;
+  server_->set_keep_alive_max_count(1000);
+  server_->set_keep_alive_timeout(2);
+  // Runs once the handler is done and before the reply goes out, with the body read.
+  server_->set_post_routing_handler(
+      [this](const httplib::Request& req, httplib::Response&) { record(req); });
+  const int port = server_->bind_to_any_port("127.0.0.1");
+  if (port <= 0) return false;
+  port_ = static_cast<unsigned short>(port);
+  thread_ = std::thread([this] { server_->listen_after_bind(); });
+  for (int i = 0; i < 5000 && !server_->is_running(); ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  return server_->is_running();
+}
+
+void HTTP_Test_Server::stop() {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    stopping_ = true;
+  }
+  stopping_cv_.notify_all();
+  if (thread_.joinable()) {
+    server_->stop();
+    thread_.join();
+  }
+}
+
+void HTTP_Test_Server::wait_until_stopping() {
+  std::unique_lock<std::mutex> lock(mutex_);
+  stopping_cv_.wait(lock, [this] { return stopping_; });
+}
+
+std::vector<Recorded_Request> HTTP_Test_Server::requests() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return requests_;
+}
+
+void HTTP_Test_Server::clear_requests() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  requests_.clear();
+}
+
+std::size_t HTTP_Test_Server::connections() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return client_ports_.size();
+}
+
+Stalling_Listener::Stalling_Listener() {
+  fd_ = bind_loopback(port_);
+  if (fd_ >= 0 && ::listen(fd_, 16) != 0) {
+    ::close(fd_);
+    fd_ = -1;
+  }
+}
+
+Stalling_Listener::~Stalling_Listener() {
+  if (fd_ >= 0) ::close(fd_);
+}
+
+unsigned short unused_local_port() {
+  unsigned short port = 0;
+  const int fd = bind_loopback(port);
+  if (fd < 0) return 0;
+  ::close(fd);
+  return port;
+}
+
+}  // namespace au_test
