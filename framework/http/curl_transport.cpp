@@ -3,9 +3,11 @@
 #include <curl/curl.h>
 #include <strings.h>
 
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <thread>
 
 #include "framework/http/curl_global.h"
 
@@ -16,6 +18,13 @@ constexpr std::size_t MAX_HEADER_BYTES = 1 << 20;
 const char* const USER_AGENT = "libagentutil";
 
 using Header_List = std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)>;
+
+constexpr std::chrono::milliseconds CONNECT_RETRY_PAUSE(200);
+
+// Failures before a single byte of the request went out.
+bool is_connect_failure(CURLcode rc) {
+  return rc == CURLE_COULDNT_CONNECT || rc == CURLE_COULDNT_RESOLVE_HOST;
+}
 
 bool is_retryable(CURLcode rc) {
   switch (rc) {
@@ -254,7 +263,12 @@ bool Curl_Transport::perform(const HTTP_Request& request, const HTTP_Headers& ex
                         : "unsupported method";
     return false;
   }
-  const CURLcode rc = curl_easy_perform(curl_);
+  CURLcode rc = curl_easy_perform(curl_);
+  for (int attempt = 1; attempt < settings_.connect_attempts && is_connect_failure(rc); ++attempt) {
+    std::this_thread::sleep_for(CONNECT_RETRY_PAUSE * attempt);
+    x.error[0] = '\0';
+    rc = curl_easy_perform(curl_);
+  }
   curl_easy_getinfo(curl_, CURLINFO_NUM_CONNECTS, &last_new_connections_);
   release_exchange();
   if (rc == CURLE_OK) {

@@ -12,3 +12,16 @@ bool HTTP_Connection_Settings::same_endpoint(const HTTP_Connection_Settings& oth
   return host == other.host && port == other.port && ssl == other.ssl &&
          verify_peer == other.verify_peer && ca_file == other.ca_file;
 }
+
+bool HTTP_Connection_Settings::operator==(const HTTP_Connection_Settings& other) const {
+  return same_endpoint(other) && keep_alive == other.keep_alive &&
+         connect_timeout == other.connect_timeout && transfer_timeout == other.transfer_timeout &&
+         idle_timeout == other.idle_timeout && max_reply_bytes == other.max_reply_bytes &&
+         connect_attempts == other.connect_attempts;
+}
+
+HTTP_Connection_Settings apply_connection_flags(HTTP_Connection_Settings settings, unsigned flags) {
+  if (flags & HTTP_NO_KEEP_ALIVE) settings.keep_alive = false;
+  if (flags & HTTP_NO_VERIFY_PEER) settings.verify_peer = false;
+  return settings;
+}

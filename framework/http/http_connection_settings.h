@@ -26,10 +26,26 @@ struct HTTP_Connection_Settings {
   int idle_timeout = 120;
   // Replies with a larger body fail instead of filling memory.
   std::uint64_t max_reply_bytes = DEFAULT_MAX_REPLY_BYTES;
+  // Tries to open the connection within one exchange when the server cannot be
+  // reached. Safe for every method: nothing has been sent yet. At least 1.
+  int connect_attempts = 1;
 
   // "http://host:port" or "https://host:port"; IPv6 addresses get brackets.
   std::string base_url() const;
   // True when the two talk to the same server in the same way, so a connection
   // kept alive for one is right for the other.
   bool same_endpoint(const HTTP_Connection_Settings& other) const;
+  bool operator==(const HTTP_Connection_Settings& other) const;
+  bool operator!=(const HTTP_Connection_Settings& other) const { return !(*this == other); }
 };
+
+// Flags with which agent code asks for a connection unlike the usual one.
+enum HTTP_Connection_Flag : unsigned {
+  // A new connection for every request.
+  HTTP_NO_KEEP_ALIVE = 0x1,
+  // Accept any server certificate (a test bed with self-signed certificates).
+  HTTP_NO_VERIFY_PEER = 0x2,
+};
+
+// `settings` with the flags applied.
+HTTP_Connection_Settings apply_connection_flags(HTTP_Connection_Settings settings, unsigned flags);
