@@ -1,0 +1,42 @@
+// Shared ownership of the librados/librbd handles that Ceph objects work on. Every
+// client, pool, image, snapshot and group holds a copy; a handle is released when its
+// last owner goes.
+#pragma once
+
+#include <memory>
+
+namespace ceph {
+
+// Each owns a heap slot holding one opaque handle (rados_t, rados_ioctx_t, rbd_image_t);
+// the slot's address is what librados/librbd fill in when the handle is opened.
+// Empty means "not open".
+using RADOS_var = std::shared_ptr<void*>;
+using Rados_IO_Ctx_var = std::shared_ptr<void*>;
+using Rbd_Image_var = std::shared_ptr<void*>;
+
+struct Ceph_Context {
+  Ceph_Context() = default;
+  Ceph_Context(const Ceph_Context& other);
+  Ceph_Context(Ceph_Context&& other) noexcept;
+  // By value: the old handles leave through the parameter's destructor, in order.
+  Ceph_Context& operator=(Ceph_Context other) noexcept;
+  // Image before pool context, pool context before cluster.
+  ~Ceph_Context();
+
+  void swap(Ceph_Context& other) noexcept;
+
+  bool close_on_destruction_ = true;
+  RADOS_var ctx_;
+  Rados_IO_Ctx_var io_ctx_;
+  Rbd_Image_var img_ctx_;
+};
+
+// Empty slots whose deleters release the handle they come to hold, once the last owner
+// goes; with ACE debugging on they trace the release first. Create the owner, then open
+// the handle into *owner.get().
+RADOS_var make_cluster_var();          // rados_shutdown
+Rados_IO_Ctx_var make_pool_var();      // rados_ioctx_destroy
+Rbd_Image_var make_image_var();        // rbd_close
+Rbd_Image_var make_snapshot_var();     // rbd_close, traced as a snapshot
+
+}  // namespace ceph

@@ -1,0 +1,57 @@
+#include "utils/agent/ceph/librbd_wrapper.h"
+
+#include <ace/Log_Msg.h>
+
+#include <exception>
+#include <iterator>
+
+namespace ceph {
+
+AU_CEPH_IGNORE_DEPRECATED_BEGIN
+AU_LIBRBD_SYMBOLS(AU_CEPH_DEFINE_POINTER)
+AU_CEPH_IGNORE_DEPRECATED_END
+
+namespace {
+
+using Singleton = ACE_Unmanaged_Singleton<Librbd_Wrapper, ACE_Null_Mutex>;
+
+#define AU_LIBRBD_ENTRY(sym, kind) AU_CEPH_SYMBOL_ENTRY("librbd", sym, kind),
+const Ceph_Symbol LIBRBD_SYMBOLS[] = {AU_LIBRBD_SYMBOLS(AU_LIBRBD_ENTRY)};
+#undef AU_LIBRBD_ENTRY
+
+const Ceph_Library LIBRBD = {
+    "librbd",
+    "Failed to open dll 'librbd': %s.\n",
+    "Failed to open dll 'librbd' form path %s: %s.\n",
+    LIBRBD_SYMBOLS,
+    std::size(LIBRBD_SYMBOLS),
+};
+
+}  // namespace
+
+Librbd_Wrapper* Librbd_Wrapper::instance() { return Singleton::instance(); }
+
+void Librbd_Wrapper::close_instance() { Singleton::close(); }
+
+bool Librbd_Wrapper::open(const char* name, const char* dir) {
+  try {
+    std::call_once(open_flag_, [this, name, dir] { open_i(name, dir); });
+  } catch (const std::exception& e) {
+    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to open librbd: %s.\n"), e.what()));
+    return false;
+  }
+  return static_cast<bool>(*this);
+}
+
+bool Librbd_Wrapper::open_i(const char* name, const char* dir) noexcept {
+  if (*this) return true;
+  return load_ceph_library(dll_, LIBRBD, name, dir);
+}
+
+Librbd_Wrapper::operator bool() const { return rbd_snap_remove != nullptr; }
+
+void Librbd_Wrapper::close() { clear_ceph_symbols(LIBRBD); }
+
+__attribute__((destructor)) void Librbd_Wrapper_fini() { Librbd_Wrapper::close_instance(); }
+
+}  // namespace ceph

@@ -1,0 +1,30 @@
+#include "utils/agent/ceph/uri_components.h"
+
+namespace ceph {
+
+const std::regex RBD_URI_REGEX(
+    "(?:ceph://)?([a-zA-Z0-9_.-]+)/([a-zA-Z0-9_.-]+)(?:@([a-zA-Z0-9_.-]+))?",
+    std::regex::ECMAScript);
+
+URI_Components::URI_Components(const std::string& uri) {
+  if (uri.size() > RBD_URI_MAX_LENGTH) return;
+  std::smatch match;
+  if (!std::regex_match(uri, match, RBD_URI_REGEX)) return;
+  if (match.size() == 4) snap = match[3].str();
+  pool = match[1].str();
+  img = match[2].str();
+  type = snap.empty() ? IMAGE : SNAPSHOT;
+}
+
+std::string URI_Components::to_uri() const {
+  switch (type) {
+    case IMAGE:
+      return "ceph://" + pool + "/" + img;
+    case SNAPSHOT:
+      return "ceph://" + pool + "/" + img + "@" + snap;
+    default:
+      return std::string();
+  }
+}
+
+}  // namespace ceph
