@@ -1,63 +1,47 @@
-// A scratch directory under $TMPDIR (or /tmp) for tests that need real files,
-// removed with everything in it when the object goes.
+// A scratch directory for tests that need real files, removed with its contents.
 #pragma once
 
 #include <ftw.h>
-
-#include <cstdio>
-#include <cstdlib>
-#include <fstream>
-#include <string>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <string>
 
 namespace au_test {
 
 class Temp_Dir {
  public:
   Temp_Dir() {
-    const char* base = std::getenv("TMPDIR");
-    std::string tmpl = std::string(base && *base ? base : "/tmp") + "/au_test.XXXXXX";
+    std::string tmpl = "/tmp/au_test.XXXXXX";
     if (::mkdtemp(&tmpl[0]) != nullptr) path_ = tmpl;
   }
-  ~Temp_Dir() {
-    if (!path_.empty()) ::nftw(path_.c_str(), remove_entry, 16, FTW_DEPTH | FTW_PHYS);
-  }
+  ~Temp_Dir() { ::nftw(path_.c_str(), remove_entry, 16, FTW_DEPTH | FTW_PHYS); }
   Temp_Dir(const Temp_Dir&) = delete;
   Temp_Dir& operator=(const Temp_Dir&) = delete;
 
   const std::string& path() const { return path_; }
   std::string operator/(const std::string& leaf) const { return path_ + "/" + leaf; }
-
-  // Writes `content` to path()/leaf; returns the full path.
   std::string write_file(const std::string& leaf, const std::string& content) const {
-    const std::string p = *this / leaf;
-    std::ofstream(p, std::ios::binary) << content;
-    return p;
+    std::ofstream(*this / leaf, std::ios::binary) << content;
+    return *this / leaf;
   }
 
  private:
-  static int remove_entry(const char* p, const struct stat*, int type, struct FTW*) {
-    if (type == FTW_DP) ::chmod(p, 0700);  // tests make unreadable directories too
-    std::remove(p);  // keep going past anything that will not go
+  static int remove_entry(const char* p, const struct stat*, int, struct FTW*) {
+    std::remove(p);
     return 0;
   }
   std::string path_;
 };
 
-inline mode_t mode_of(const std::string& path) {
+// Permission bits of `path`, or ~0 when it is missing; S_IFDIR is kept for directories.
+inline unsigned mode_of(const std::string& path) {
   struct stat st;
-  return ::stat(path.c_str(), &st) == 0 ? (st.st_mode & 07777) : 0;
+  if (::lstat(path.c_str(), &st) != 0) return ~0u;
+  return st.st_mode & (07777 | (S_ISDIR(st.st_mode) ? S_IFDIR : 0));
 }
-
-inline bool is_directory(const std::string& path) {
-  struct stat st;
-  return ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
-}
-
-inline bool exists(const std::string& path) {
-  struct stat st;
-  return ::lstat(path.c_str(), &st) == 0;
-}
+inline bool exists(const std::string& path) { return mode_of(path) != ~0u; }
 
 }  // namespace au_test
