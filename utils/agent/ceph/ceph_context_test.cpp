@@ -35,16 +35,14 @@ int record_rbd_close(rbd_image_t h) {
 class Ceph_Context_Test : public ::testing::Test {
  protected:
   void SetUp() override {
-    saved_ = {ceph::rados_shutdown, ceph::rados_ioctx_destroy, ceph::rbd_close};
     ceph::rados_shutdown = record_shutdown;
     ceph::rados_ioctx_destroy = record_ioctx_destroy;
     ceph::rbd_close = record_rbd_close;
     released.clear();
   }
   void TearDown() override {
-    ceph::rados_shutdown = std::get<0>(saved_);
-    ceph::rados_ioctx_destroy = std::get<1>(saved_);
-    ceph::rbd_close = std::get<2>(saved_);
+    ceph::Librados_Wrapper::instance()->close();
+    ceph::Librbd_Wrapper::instance()->close();
     ACE::debug(false);
   }
 
@@ -65,9 +63,6 @@ class Ceph_Context_Test : public ::testing::Test {
   }
 
   int cluster_ = 0, pool_ = 0, image_ = 0;
-  std::tuple<decltype(ceph::rados_shutdown), decltype(ceph::rados_ioctx_destroy),
-             decltype(ceph::rbd_close)>
-      saved_;
 };
 
 TEST_F(Ceph_Context_Test, last_copy_releases_image_then_pool_then_cluster) {

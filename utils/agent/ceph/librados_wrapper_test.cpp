@@ -82,23 +82,4 @@ TEST(Librados_Binding, missing_library_fails_with_the_loader_error) {
   EXPECT_EQ(head, rec.text.substr(0, head.size())) << rec.text;
 }
 
-TEST(Librados_Binding, table_requires_exactly_the_functions_every_release_has) {
-  std::vector<std::string> optional;
-  std::string last_required;
-  size_t count = 0;
-#define AU_COLLECT_ENTRY(sym, kind)                    \
-  ++count;                                             \
-  if (std::string(#kind) == "OPTIONAL")                \
-    optional.push_back(#sym);                          \
-  else                                                 \
-    last_required = #sym;
-  AU_LIBRADOS_SYMBOLS(AU_COLLECT_ENTRY)
-#undef AU_COLLECT_ENTRY
-  EXPECT_EQ(18u, count);
-  EXPECT_EQ((std::vector<std::string>{"rados_create2", "rados_ioctx_create2",
-                                      "rados_get_min_compatible_client", "rados_version"}),
-            optional);
-  EXPECT_EQ("rados_ioctx_pool_stat", last_required);  // the marker operator bool reads
-}
-
 }  // namespace
