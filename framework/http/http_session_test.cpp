@@ -160,6 +160,10 @@ TEST_F(HTTP_Session_Test, methods_bodies_and_header_precedence) {
   EXPECT_EQ("unsupported method", error_.message);
   EXPECT_FALSE(send(session, HTTP_Request(HTTP_GET, "hello"), resp));
   EXPECT_FALSE(error_.retryable);
+  // Nor for a path that would smuggle a header line into the request.
+  EXPECT_FALSE(send(session, HTTP_Request(HTTP_GET, "/hello\r\nX-Evil: 1", false), resp));
+  EXPECT_FALSE(send(session, HTTP_Request(HTTP_GET, "/hello?a=\nX-Evil: 1", true), resp));
+  EXPECT_NE(std::string::npos, error_.message.find("(curl code 3)")) << error_.message;
   EXPECT_EQ(4u, server_.requests().size());
 }
 
