@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "framework/json/rapidjson_setup.h"
+#include "framework/json/utf8.h"
 #include <rapidjson/error/en.h>
-#include <rapidjson/memorystream.h>
 #include <rapidjson/reader.h>
 
 namespace json_spirit {
@@ -19,18 +19,12 @@ namespace {
 
 using rapidjson::SizeType;
 
-// RapidJSON validates UTF-8 but turns a lone low-surrogate escape (\uDC00) into the
-// bytes ED B0 80, which are not UTF-8. Those are refused here so that nothing read can
-// be written back as invalid text.
-bool has_encoded_surrogate(const char* s, SizeType n) {
-  const void* p = std::memchr(s, 0xED, n);
-  while (p) {
-    const char* ed = static_cast<const char*>(p);
-    const std::size_t at = static_cast<std::size_t>(ed - s);
-    if (at + 1 < n && (static_cast<unsigned char>(ed[1]) & 0xE0) == 0xA0) return true;
-    p = std::memchr(ed + 1, 0xED, n - at - 1);
-  }
-  return false;
+// RapidJSON copies string bytes as they stand (its own validation would also switch off
+// its SIMD scanning), so each decoded string is checked here. That also catches a lone
+// low-surrogate escape (\uDC00), which RapidJSON decodes to the non-UTF-8 bytes ED B0 80.
+const char* utf8_error(const char* s, SizeType n, bool key) {
+  if (is_valid_utf8(s, n)) return nullptr;
+  return key ? "Invalid encoding in member name." : "Invalid encoding in string.";
 }
 
 const std::string& depth_error() {
@@ -66,31 +60,30 @@ long decimal_magnitude(const char* s, const char* end) {
 // (or is the root) and is reached through a pointer, so finished children are never moved.
 class Value_Builder {
  public:
+  explicit Value_Builder(const rapidjson::StringStream& stream) : stream_(stream) {}
   Value& root() { return root_; }
   const std::string& error() const { return error_; }
 
   bool Null() { return add(Value()); }
   bool Bool(bool b) { return add(Value(b)); }
-  // RawNumber receives every number (kParseNumbersAsStringsFlag), so these stay unused.
   bool Int(int i) { return add(Value(i)); }
   bool Uint(unsigned u) { return add(Value(u)); }
   bool Int64(int64_t i) { return add(Value(i)); }
   bool Uint64(uint64_t u) { return add(Value(u)); }
-  bool Double(double d) { return add(Value(d)); }
-
-  bool RawNumber(const char* s, SizeType n, bool) {
+  bool Double(double) {
     Value number;
-    if (!parse_number(s, s + n, number)) return false;
+    if (!read_real(number)) return false;
     return add(std::move(number));
   }
+  bool RawNumber(const char*, SizeType, bool) { return fail("Unexpected raw number."); }
 
   bool String(const char* s, SizeType n, bool) {
-    if (has_encoded_surrogate(s, n)) return fail("Lone surrogate escape in string.");
+    if (const char* bad = utf8_error(s, n, false)) return fail(bad);
     return add(Value(std::string(s, n)));
   }
 
   bool Key(const char* s, SizeType n, bool) {
-    if (has_encoded_surrogate(s, n)) return fail("Lone surrogate escape in member name.");
+    if (const char* bad = utf8_error(s, n, true)) return fail(bad);
     key_.assign(s, n);
     return true;
   }
@@ -143,46 +136,46 @@ class Value_Builder {
     return &it->second;
   }
 
-  bool parse_number(const char* s, const char* end, Value& out) {
-    const bool negative = *s == '-';
-    const char* p = s + negative;
-    uint64_t magnitude = 0;
-    bool overflow = false;
-    for (; p < end; ++p) {
-      const unsigned digit = static_cast<unsigned>(*p - '0');
-      if (digit > 9) break;
-      if (magnitude > (std::numeric_limits<uint64_t>::max() - digit) / 10) overflow = true;
-      magnitude = magnitude * 10 + digit;
-    }
-    if (p == end) {  // an integer literal
-      if (overflow || (negative && magnitude > (uint64_t{1} << 63)))
-        return fail("Integer does not fit in 64 bits.");
-      if (negative)
-        out = Value(static_cast<int64_t>(~magnitude + 1));
-      else
-        out = Value(magnitude);
-      return true;
+  // RapidJSON hands over integers beyond 64 bits as doubles, and its own double
+  // conversion is not always the nearest one. So a double is taken again from its text:
+  // the caller's stream still points at the start of the number while RapidJSON reads
+  // it through a local copy (StreamLocalCopy), so the text is at stream_.src_.
+  bool read_real(Value& out) {
+    const char* s = stream_.src_;
+    const char* p = s + (*s == '-');
+    while (is_digit(*p)) ++p;
+    if (*p != '.' && *p != 'e' && *p != 'E') return fail("Integer does not fit in 64 bits.");
+    if (*p == '.')
+      for (++p; is_digit(*p);) ++p;
+    if (*p == 'e' || *p == 'E') {
+      ++p;
+      if (*p == '+' || *p == '-') ++p;
+      while (is_digit(*p)) ++p;
     }
     double d = 0;
-    const auto r = std::from_chars(s, end, d);
+    const auto r = std::from_chars(s, p, d);
     if (r.ec == std::errc::result_out_of_range) {
-      if (decimal_magnitude(s, end) > 0) return fail("Number too big to be stored in double.");
-      d = negative ? -0.0 : 0.0;
-    } else if (r.ec != std::errc() || r.ptr != end) {
+      if (decimal_magnitude(s, p) > 0) return fail("Number too big to be stored in double.");
+      d = *s == '-' ? -0.0 : 0.0;
+    } else if (r.ec != std::errc() || r.ptr != p) {
       return fail("Invalid number.");
     }
     out = Value(d);
     return true;
   }
 
+  static bool is_digit(char c) { return c >= '0' && c <= '9'; }
+
+  const rapidjson::StringStream& stream_;
   Value root_;
   std::vector<Value*> open_;
   std::string key_;
   std::string error_;
 };
 
-constexpr unsigned PARSE_FLAGS = rapidjson::kParseValidateEncodingFlag |
-                                 rapidjson::kParseNumbersAsStringsFlag;
+constexpr unsigned PARSE_FLAGS = rapidjson::kParseDefaultFlags;
+static_assert(rapidjson::StreamTraits<rapidjson::StringStream>::copyOptimization,
+              "Value_Builder::read_real expects RapidJSON to read numbers through a copy");
 
 std::string parse_error_text(const rapidjson::ParseResult& r, const std::string& handler_error) {
   const char* reason = r.Code() == rapidjson::kParseErrorTermination && !handler_error.empty()
@@ -191,16 +184,16 @@ std::string parse_error_text(const rapidjson::ParseResult& r, const std::string&
   return "JSON parse error at offset " + std::to_string(r.Offset()) + ": " + reason;
 }
 
-template <class Stream>
-bool parse(Stream& stream, std::size_t length, Value& out, std::string& error) {
+// `text` has a NUL at text[length].
+bool parse(const char* text, std::size_t length, Value& out, std::string& error) {
   // RapidJSON reads a NUL byte as the end of the text; one inside would hide what follows.
-  const char* begin = stream.src_;
-  if (const void* nul = std::memchr(begin, '\0', length)) {
+  if (const void* nul = std::memchr(text, '\0', length)) {
     error = "JSON parse error at offset " +
-            std::to_string(static_cast<const char*>(nul) - begin) + ": NUL byte in text.";
+            std::to_string(static_cast<const char*>(nul) - text) + ": NUL byte in text.";
     return false;
   }
-  Value_Builder builder;
+  rapidjson::StringStream stream(text);
+  Value_Builder builder(stream);
   rapidjson::Reader reader;
   const rapidjson::ParseResult r = reader.Parse<PARSE_FLAGS>(stream, builder);
   if (r.IsError()) {
@@ -223,12 +216,9 @@ bool read_text(const char* text, std::size_t length, bool nul_terminated, Value&
               " bytes is too long.";
       return false;
     }
-    if (nul_terminated) {  // the fast stream stops at the terminating NUL
-      rapidjson::StringStream stream(text);
-      return parse(stream, length, out, error);
-    }
-    rapidjson::MemoryStream stream(text, length);
-    return parse(stream, length, out, error);
+    if (nul_terminated) return parse(text, length, out, error);
+    const std::string copy(text, length);  // the reader needs the terminating NUL
+    return parse(copy.c_str(), length, out, error);
   } catch (const std::bad_alloc&) {
     error = "JSON parse error: out of memory.";
   } catch (const std::exception& e) {

@@ -122,21 +122,39 @@ void Value::destroy() noexcept {
     case str_type: s_.~basic_string(); break;
     case secure_str_type: wipe(s_); s_.~basic_string(); break;
     case obj_type:
-    case array_type: {
-      // Iterative: a deeply nested tree must not exhaust the stack on the way down.
-      std::vector<Value> pending;
-      move_out_children(pending);
-      while (!pending.empty()) {
-        Value node(std::move(pending.back()));
-        pending.pop_back();
-        node.move_out_children(pending);
-      }
-      break;
-    }
+    case array_type: destroy_container(); break;
     default: break;
   }
   type_ = null_type;
   big_uint_ = false;
+}
+
+// Containers nested up to this depth are freed by plain recursion (one walk, no extra
+// allocation); below it the rest of the tree is taken apart iteratively, so a deeply
+// nested tree cannot exhaust the stack.
+namespace {
+constexpr unsigned RECURSIVE_DESTROY_DEPTH = 64;
+thread_local unsigned destroy_depth = 0;
+}  // namespace
+
+void Value::destroy_container() noexcept {
+  if (destroy_depth < RECURSIVE_DESTROY_DEPTH) {
+    ++destroy_depth;
+    if (type_ == obj_type)
+      delete o_;
+    else
+      delete a_;
+    --destroy_depth;
+    type_ = null_type;
+    return;
+  }
+  std::vector<Value> pending;
+  move_out_children(pending);
+  while (!pending.empty()) {
+    Value node(std::move(pending.back()));
+    pending.pop_back();
+    node.move_out_children(pending);
+  }
 }
 
 void Value::swap(Value& other) noexcept {

@@ -103,6 +103,7 @@ class Value {
 
  private:
   void destroy() noexcept;
+  void destroy_container() noexcept;
   void steal(Value& other) noexcept;     // takes other's content, leaves other null
   void copy_from(const Value& other);    // *this must hold nothing
   bool is_container() const noexcept { return type_ == obj_type || type_ == array_type; }
