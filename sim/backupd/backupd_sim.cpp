@@ -1,0 +1,232 @@
+#include "sim/backupd/backupd_sim.h"
+
+#include <httplib.h>
+#include <strings.h>
+
+#include <chrono>
+
+namespace au_sim {
+
+namespace {
+
+// What a promised-but-never-sent body claims to be, for dropped connections.
+constexpr std::size_t DROPPED_BODY_LENGTH = 4096;
+
+Sim_Request to_sim_request(const httplib::Request& req) {
+  Sim_Request r;
+  r.method = req.method;
+  r.path = req.path;
+  r.target = req.target;
+  const auto mark = req.target.find('?');
+  if (mark != std::string::npos) r.query = req.target.substr(mark + 1);
+  r.body = req.body;
+  for (const auto& h : req.headers) r.headers.emplace_back(h.first, h.second);
+  for (const auto& p : req.params) r.params.emplace_back(p.first, p.second);
+  return r;
+}
+
+void send(const Sim_Reply& reply, httplib::Response& res) {
+  res.status = reply.status;
+  res.set_content(reply.body, reply.content_type.c_str());
+}
+
+void send_dropped(httplib::Response& res) {
+  res.status = 200;
+  // Returning false from the provider makes the server abandon the connection
+  // after the head went out: the client sees a reply cut short.
+  res.set_content_provider(DROPPED_BODY_LENGTH, "application/json",
+                           [](std::size_t, std::size_t, httplib::DataSink&) { return false; });
+}
+
+}  // namespace
+
+std::string Sim_Request::header(const std::string& name) const {
+  for (const auto& h : headers)
+    if (::strcasecmp(h.first.c_str(), name.c_str()) == 0) return h.second;
+  return std::string();
+}
+
+bool Sim_Request::has_header(const std::string& name) const {
+  for (const auto& h : headers)
+    if (::strcasecmp(h.first.c_str(), name.c_str()) == 0) return true;
+  return false;
+}
+
+std::string Sim_Request::param(const std::string& name) const {
+  for (const auto& p : params)
+    if (p.first == name) return p.second;
+  return std::string();
+}
+
+Sim_Fault Sim_Fault::reply(int status, std::string body, int times) {
+  Sim_Fault f;
+  f.status = status;
+  f.body = std::move(body);
+  f.times = times;
+  return f;
+}
+
+Sim_Fault Sim_Fault::delay(int delay_ms, int times) {
+  Sim_Fault f;
+  f.delay_ms = delay_ms;
+  f.times = times;
+  return f;
+}
+
+Sim_Fault Sim_Fault::drop(int times) {
+  Sim_Fault f;
+  f.drop_connection = true;
+  f.times = times;
+  return f;
+}
+
+Backupd_Sim::Backupd_Sim() : server_(new httplib::Server) {
+  const auto handler = [this](const httplib::Request& req, httplib::Response& res) {
+    serve(req, res);
+  };
+  server_->Get(".*", handler);
+  server_->Post(".*", handler);
+  server_->Put(".*", handler);
+  server_->Delete(".*", handler);
+  server_->Patch(".*", handler);
+}
+
+Backupd_Sim::~Backupd_Sim() { stop(); }
+
+bool Backupd_Sim::start(unsigned short port) {
+  if (thread_.joinable()) return true;
+  server_->set_keep_alive_max_count(1000);
+  server_->set_keep_alive_timeout(2);
+  server_->set_payload_max_length(64u << 20);
+  int bound = 0;
+  if (port == 0) {
+    bound = server_->bind_to_any_port("127.0.0.1");
+  } else if (server_->bind_to_port("127.0.0.1", port)) {
+    bound = port;
+  }
+  if (bound <= 0) return false;
+  port_ = static_cast<unsigned short>(bound);
+  thread_ = std::thread([this] { server_->listen_after_bind(); });
+  for (int i = 0; i < 5000 && !server_->is_running(); ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  return server_->is_running();
+}
+
+void Backupd_Sim::stop() {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    stopping_ = true;
+  }
+  stop_cv_.notify_all();
+  if (thread_.joinable()) {
+    server_->stop();
+    thread_.join();
+  }
+}
+
+std::string Backupd_Sim::url() const { return "http://127.0.0.1:" + std::to_string(port_); }
+
+bool Backupd_Sim::wait_for_stop(int milliseconds) {
+  std::unique_lock<std::mutex> lock(mutex_);
+  return stop_cv_.wait_for(lock, std::chrono::milliseconds(milliseconds),
+                           [this] { return stopping_; });
+}
+
+void Backupd_Sim::set_jsonrpc_handler(Handler handler) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  jsonrpc_handler_ = std::move(handler);
+}
+
+void Backupd_Sim::set_route(const std::string& method, const std::string& path, Handler handler) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  routes_[Route_Key{method, path}] = std::move(handler);
+}
+
+void Backupd_Sim::set_reply(const std::string& method, const std::string& path, Sim_Reply reply) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  replies_[Route_Key{method, path}] = std::move(reply);
+}
+
+void Backupd_Sim::inject(const std::string& path, Sim_Fault fault) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  faults_.emplace_back(path, std::move(fault));
+}
+
+void Backupd_Sim::clear_faults() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  faults_.clear();
+  replies_.clear();
+}
+
+void Backupd_Sim::require_access_key(const std::string& key) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  access_key_ = key;
+}
+
+bool Backupd_Sim::take_fault(const std::string& path, Sim_Fault& fault) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  for (auto it = faults_.begin(); it != faults_.end(); ++it) {
+    if (!it->first.empty() && it->first != path) continue;
+    fault = it->second;
+    if (it->second.times > 0 && --it->second.times == 0) faults_.erase(it);
+    return true;
+  }
+  return false;
+}
+
+bool Backupd_Sim::access_denied(const Sim_Request& request) const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return !access_key_.empty() && request.header(ACCESS_KEY_HEADER) != access_key_;
+}
+
+void Backupd_Sim::serve(const httplib::Request& req, httplib::Response& res) {
+  Sim_Request request = to_sim_request(req);
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    requests_.push_back(request);
+  }
+  Sim_Fault fault;
+  if (take_fault(request.path, fault)) {
+    if (fault.delay_ms > 0 && wait_for_stop(fault.delay_ms)) return send_dropped(res);
+    if (fault.drop_connection) return send_dropped(res);
+    if (fault.status != 0) return send(Sim_Reply{fault.status, fault.body, fault.content_type}, res);
+  }
+  send(dispatch(request), res);
+}
+
+Sim_Reply Backupd_Sim::dispatch(const Sim_Request& request) {
+  if (access_denied(request)) return Sim_Reply{401, "{\"error\":\"access denied\"}"};
+  Handler handler;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    const Route_Key key{request.method, request.path};
+    const auto reply = replies_.find(key);
+    if (reply != replies_.end()) return reply->second;
+    const auto route = routes_.find(key);
+    if (route != routes_.end()) handler = route->second;
+    else if (request.path == JSONRPC_PATH) handler = jsonrpc_handler_;
+  }
+  if (handler) return handler(request);
+  if (request.path == JSONRPC_PATH) return Sim_Reply{404, "{\"error\":\"no JSON-RPC service\"}"};
+  return built_in(request);
+}
+
+std::vector<Sim_Request> Backupd_Sim::requests() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return requests_;
+}
+
+std::vector<Sim_Request> Backupd_Sim::requests_to(const std::string& path) const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  std::vector<Sim_Request> out;
+  for (const auto& r : requests_)
+    if (r.path == path) out.push_back(r);
+  return out;
+}
+
+void Backupd_Sim::clear_requests() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  requests_.clear();
+}
+
+}  // namespace au_sim
