@@ -1,0 +1,18 @@
+// Request body that adds a LUN to a lun group.
+#pragma once
+
+#include <string>
+
+#include "framework/json/value.h"
+
+namespace oceanstor {
+
+struct LUN_Attach_Request {
+  std::string lun_group_id;
+  std::string lun_id;
+
+  // Always succeeds.
+  bool operator>>(json_spirit::Value& json) const;
+};
+
+}  // namespace oceanstor

@@ -1,0 +1,18 @@
+// Request body that adds a snapshot to a lun group.
+#pragma once
+
+#include <string>
+
+#include "framework/json/value.h"
+
+namespace oceanstor {
+
+struct Snapshot_Attach_Request {
+  std::string lun_group_id;
+  std::string snap_id;
+
+  // Always succeeds.
+  bool operator>>(json_spirit::Value& json) const;
+};
+
+}  // namespace oceanstor
