@@ -1,0 +1,195 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "framework/http/http_session_factory.h"
+#include "framework/json/reader.h"
+#include "framework/json/writer.h"
+#include "framework/jsonrpc/json_rpc_http_session.h"
+#include "framework/jsonrpc/json_rpc_id_generator.h"
+#include "tests/support/http_test_server.h"
+#include "tests/support/log_capture.h"
+
+namespace {
+
+using json_spirit::Object;
+using json_spirit::Value;
+
+Value parse(const std::string& text) {
+  Value v;
+  EXPECT_TRUE(json_spirit::read(text, v)) << text;
+  return v;
+}
+
+TEST(JSON_RPC_Object_Test, replies_from_outside_are_read_strictly) {
+  const std::vector<std::pair<const char*, const char*>> refused = {
+      {R"([1])", "the message is not a JSON object"},
+      {R"({"id":1,"result":1})", "\"jsonrpc\" is not \"2.0\""},
+      {R"({"jsonrpc":"1.0","id":1,"result":1})", "\"jsonrpc\" is not \"2.0\""},
+      {R"({"jsonrpc":"2.0","id":true,"result":1})", "\"id\" is neither a string, an integer nor null"},
+      {R"({"jsonrpc":"2.0","id":1})", "a reply needs exactly one of \"result\" and \"error\""},
+      {R"({"jsonrpc":"2.0","id":1,"result":1,"error":{"code":1,"message":"x"}})",
+       "a reply needs exactly one of \"result\" and \"error\""},
+      {R"({"jsonrpc":"2.0","result":1})", "\"id\" is missing"},
+      {R"({"jsonrpc":"2.0","id":1,"error":"bad"})", "\"error\" is not an object"},
+      {R"({"jsonrpc":"2.0","id":1,"error":{"code":4294967296,"message":"x"}})",
+       "\"error.code\" is not an integer"},
+      {R"({"jsonrpc":"2.0","id":1,"error":{"code":"1","message":"x"}})",
+       "\"error.code\" is not an integer"},
+      {R"({"jsonrpc":"2.0","id":1,"error":{"code":1}})", "\"error.message\" is not a string"},
+      {R"({"jsonrpc":"2.0","id":1,"method":7})", "\"method\" is not a non-empty string"},
+      {R"({"jsonrpc":"2.0","id":1,"method":"m","params":3})",
+       "\"params\" is neither an object nor an array"},
+  };
+  for (const auto& c : refused) {
+    JSON_RPC_Object o;
+    o.kind = JSON_RPC_Object::KIND_RESULT;
+    o.result = "kept";
+    std::string why;
+    EXPECT_FALSE(o.from_json(parse(c.first), why)) << c.first;
+    EXPECT_EQ(c.second, why) << c.first;
+    EXPECT_EQ(Value("kept"), o.result) << "a refused message must leave the object alone";
+  }
+
+  JSON_RPC_Object error;
+  std::string why;
+  ASSERT_TRUE(error.from_json(
+      parse(R"({"jsonrpc":"2.0","id":"a","error":{"code":-32601,"message":"no","data":[1]}})"), why));
+  EXPECT_EQ(JSON_RPC_Object::KIND_ERROR, error.kind);
+  EXPECT_EQ(JSON_RPC_Object::METHOD_NOT_FOUND, error.error_code);
+  EXPECT_EQ("no", error.error_message);
+  EXPECT_EQ(Value("a"), error.id);
+  EXPECT_EQ(parse("[1]"), error.error_data);
+  EXPECT_EQ(parse(R"({"jsonrpc":"2.0","id":"a","error":{"code":-32601,"message":"no","data":[1]}})"),
+            error.to_json());
+
+  JSON_RPC_Object result;
+  ASSERT_TRUE(result.from_json(parse(R"({"jsonrpc":"2.0","id":9,"result":null})"), why));
+  EXPECT_EQ(JSON_RPC_Object::KIND_RESULT, result.kind);
+  EXPECT_TRUE(result.result.is_null());
+
+  JSON_RPC_Object note;
+  ASSERT_TRUE(note.from_json(parse(R"({"jsonrpc":"2.0","method":"tick"})"), why));
+  EXPECT_EQ(JSON_RPC_Object::KIND_NOTIFICATION, note.kind);
+}
+
+TEST(JSON_RPC_Object_Test, requests_are_made_with_fresh_ids_and_checked_arguments) {
+  au_test::Log_Capture logs;
+  JSON_RPC_Object_Ptr out;
+  EXPECT_FALSE(JSON_RPC_Session::make_rpc_request("", Object(), out));
+  EXPECT_TRUE(logs.has_check("method is NULL or \"\"")) << logs.dump();
+  EXPECT_FALSE(JSON_RPC_Session::make_rpc_request("m", Value(3), out));
+  EXPECT_TRUE(logs.has(LM_ERROR,
+                       "Failed to make JSON-RPC request 'm': params must be an object or an array, "
+                       "not int_type.\n"))
+      << logs.dump();
+  EXPECT_EQ(nullptr, out.get());
+
+  ASSERT_TRUE(JSON_RPC_Session::make_rpc_request("m", Value(), out));
+  const int64_t first = JSON_RPC_Id_Generator::gen(*out);
+  EXPECT_EQ(parse(R"({"jsonrpc":"2.0","method":"m","id":)" + std::to_string(first) + "}"),
+            out->to_json()) << "null params are left out";
+  JSON_RPC_Object other;
+  EXPECT_LT(first, JSON_RPC_Id_Generator::gen(other));
+}
+
+class JSON_RPC_HTTP_Session_Test : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    server_.on("POST", "/rpc", [this](const httplib::Request& req, httplib::Response& res) {
+      Value sent = parse(req.body);
+      std::string text = reply_;
+      const std::string id = json_spirit::write(sent.get_obj().at("id"));
+      for (std::size_t at; (at = text.find("$ID")) != std::string::npos;) text.replace(at, 3, id);
+      res.status = status_;
+      res.set_content(text, "application/json");
+    });
+    ASSERT_TRUE(server_.start());
+  }
+
+  JSON_RPC_Object_Ptr call(const Value& params) {
+    HTTP_Session_Ptr session = HTTP_Session_Factory::create(
+        "127.0.0.1", server_.port(), false, nullptr, 1, nullptr, false, 5, 5, 5, 0);
+    JSON_RPC_HTTP_Session rpc(session, "/rpc", 2, 10);
+    rpc.retry_interval(1);
+    JSON_RPC_Object_Ptr req;
+    EXPECT_TRUE(JSON_RPC_Session::make_rpc_request("do.it", params, req));
+    JSON_RPC_Id_Generator::gen(*req);
+    return rpc.request(req);
+  }
+
+  std::string target() const {
+    return "POST http://127.0.0.1:" + std::to_string(server_.port()) + "/rpc";
+  }
+
+  au_test::HTTP_Test_Server server_;
+  std::string reply_;
+  int status_ = 200;
+};
+
+TEST_F(JSON_RPC_HTTP_Session_Test, posts_the_request_and_returns_the_matching_reply) {
+  reply_ = R"({"jsonrpc":"2.0","id":$ID,"result":{"ok":true}})";
+  JSON_RPC_Object_Ptr reply = call(Object{{"a", 1}});
+  ASSERT_NE(nullptr, reply.get());
+  EXPECT_EQ(JSON_RPC_Object::KIND_RESULT, reply->kind);
+  EXPECT_EQ(parse(R"({"ok":true})"), reply->result);
+
+  const auto requests = server_.requests();
+  ASSERT_EQ(1u, requests.size());
+  EXPECT_EQ("application/json", requests[0].header("Content-Type"));
+  const Value body = parse(requests[0].body);
+  EXPECT_EQ(Value("2.0"), body.get_obj().at("jsonrpc"));
+  EXPECT_EQ(Value("do.it"), body.get_obj().at("method"));
+  EXPECT_EQ(parse(R"({"a":1})"), body.get_obj().at("params"));
+
+  reply_ = R"({"jsonrpc":"2.0","id":null,"error":{"code":-32700,"message":"Parse error"}})";
+  reply = call(Object());
+  ASSERT_NE(nullptr, reply.get()) << "an error of id null answers any request";
+  EXPECT_EQ(JSON_RPC_Object::PARSE_ERROR, reply->error_code);
+}
+
+TEST_F(JSON_RPC_HTTP_Session_Test, bad_replies_give_null_and_one_line) {
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {R"({"jsonrpc":"2.0","id":"other","result":1})", "it answers id \"other\", not "},
+      {R"({"jsonrpc":"2.0","id":$ID,"method":"x"})", "it is a call, not a reply"},
+      {R"({"jsonrpc":"2.0","id":$ID})", "a reply needs exactly one of \"result\" and \"error\""},
+      {"", "the body is empty or null"},
+  };
+  for (const auto& c : cases) {
+    au_test::Log_Capture logs;
+    reply_ = c.first;
+    EXPECT_EQ(nullptr, call(Object()).get()) << c.first;
+    ASSERT_EQ(1u, logs.records().size()) << logs.dump();
+    EXPECT_TRUE(logs.has_fragment(
+        LM_ERROR, "JSON-RPC reply to 'do.it' from '" + target() + "' is not valid: " + c.second))
+        << logs.dump();
+  }
+
+  au_test::Log_Capture logs;
+  reply_ = "<html>oops</html>";
+  EXPECT_EQ(nullptr, call(Object()).get());
+  status_ = 404;
+  reply_ = R"({"jsonrpc":"2.0","id":$ID,"result":1})";
+  EXPECT_EQ(nullptr, call(Object()).get());
+  ASSERT_EQ(2u, logs.records().size()) << logs.dump();
+  EXPECT_TRUE(logs.has_fragment(LM_ERROR, "the reply is not JSON")) << logs.dump();
+  EXPECT_TRUE(logs.has(LM_ERROR, "HTTP request '" + target() + "' failed: status 404.\n"))
+      << logs.dump();
+}
+
+TEST(JSON_RPC_HTTP_Session_Args, refuses_what_it_cannot_send) {
+  au_test::Log_Capture logs;
+  JSON_RPC_HTTP_Session no_session(HTTP_Session_Ptr(), "/d2/jr", 1, 1);
+  JSON_RPC_Object_Ptr req;
+  ASSERT_TRUE(JSON_RPC_Session::make_rpc_request("m", Value(), req));
+  EXPECT_EQ(nullptr, no_session.request(req).get());
+  EXPECT_TRUE(logs.has(LM_ERROR, "No HTTP session to send JSON-RPC request 'm' on.\n")) << logs.dump();
+  req->kind = JSON_RPC_Object::KIND_RESULT;
+  EXPECT_EQ(nullptr, no_session.request(req).get());
+  EXPECT_TRUE(logs.has(LM_ERROR, "JSON-RPC over HTTP to '/d2/jr' sends requests only, got kind 3.\n"))
+      << logs.dump();
+}
+
+}  // namespace
