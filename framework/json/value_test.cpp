@@ -67,7 +67,8 @@ TEST(Json_Value, Copies_Are_Deep_And_Moves_Leave_Null) {
   c = std::move(c.get_obj()["list"]);
   ASSERT_EQ(c.type(), array_type);
   EXPECT_EQ(c.get_array()[1].get_str(), "two");
-  c = c;  // self-assignment keeps the value
+  Value& alias = c;
+  c = alias;  // self-assignment keeps the value
   EXPECT_EQ(c.get_array().size(), 4u);
 
   Value x(1), y("y");
