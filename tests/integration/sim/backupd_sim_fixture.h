@@ -1,0 +1,56 @@
+// A simulated backup server on loopback, with the process-wide settings aimed at it
+// and short time limits, so that a stalled or dropped exchange fails quickly.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "framework/http/host_manager.h"
+#include "framework/http/http_options.h"
+#include "framework/json/reader.h"
+#include "sim/backupd/backupd_sim.h"
+#include "tests/support/http_test_server.h"
+#include "tests/support/log_capture.h"
+
+class Backupd_Sim_Test : public ::testing::Test {
+ protected:
+  static constexpr const char* HOST_UUID = "host 1/a";
+
+  void SetUp() override {
+    ASSERT_TRUE(sim_.start());
+    HTTP_Options::instance()->backupd(HTTP_Server_Address{"127.0.0.1", sim_.port(), false});
+    HTTP_Connection_Settings limits;
+    limits.connect_timeout = 2;
+    limits.transfer_timeout = 3;
+    limits.idle_timeout = 2;
+    HTTP_Options::instance()->defaults(limits);
+    Host_Manager::instance()->uuid(HOST_UUID);
+    Host_Manager::instance()->access_key("");
+  }
+
+  void TearDown() override { sim_.stop(); }
+
+  // The body of a recorded request as JSON (null when it is not JSON).
+  static json_spirit::Value body_of(const au_sim::Sim_Request& request) {
+    json_spirit::Value v;
+    json_spirit::read(request.body, v);
+    return v;
+  }
+
+  static json_spirit::Value parse(const std::string& text) {
+    json_spirit::Value v;
+    EXPECT_TRUE(json_spirit::read(text, v)) << text;
+    return v;
+  }
+
+  std::size_t count_at(ACE_Log_Priority priority) const {
+    std::size_t n = 0;
+    for (const auto& r : log_.records())
+      if (r.priority == priority) ++n;
+    return n;
+  }
+
+  au_sim::Backupd_Sim sim_;
+  au_test::Log_Capture log_;
+};
