@@ -3,6 +3,7 @@
 #include <ace/Log_Msg.h>
 
 #include <algorithm>
+#include <atomic>
 
 #include "framework/json/writer.h"
 
@@ -14,6 +15,8 @@ JSON_RPC_Object_Ptr refuse(const std::string& method, const std::string& target,
              method.c_str(), target.c_str(), why.c_str()));
   return JSON_RPC_Object_Ptr();
 }
+
+std::atomic<unsigned> default_interval_ms{1000};
 
 // Servers answer a request they could not even read with an error of id null.
 bool answers(const JSON_RPC_Object& sent, const JSON_RPC_Object& reply) {
@@ -28,9 +31,16 @@ JSON_RPC_HTTP_Session::JSON_RPC_HTTP_Session(HTTP_Session_Ptr session, const cha
     : session_(session), path_(path != nullptr && *path != '\0' ? path : "/") {
   options_.policy.retries = std::max(attempts, 1) - 1;
   options_.policy.timeout = timeout;
+  options_.policy.interval_ms = default_interval_ms.load();
   // Every request object is written whole before it goes.
   options_.streaming = false;
 }
+
+void JSON_RPC_HTTP_Session::default_retry_interval(unsigned milliseconds) {
+  default_interval_ms = milliseconds;
+}
+
+unsigned JSON_RPC_HTTP_Session::default_retry_interval() { return default_interval_ms.load(); }
 
 JSON_RPC_Object_Ptr JSON_RPC_HTTP_Session::request(JSON_RPC_Object_Ptr request) {
   if (request.get() == nullptr || request->kind != JSON_RPC_Object::KIND_REQUEST) {

@@ -19,7 +19,12 @@ class JSON_RPC_HTTP_Session : public JSON_RPC_Session {
   JSON_RPC_HTTP_Session(HTTP_Session_Ptr session, const char* path, int attempts = 1,
                         int timeout = -1);
 
-  // Pause before the first retry (doubling after each); 1000 ms unless set.
+  // Pause before the first retry (doubling after each) for sessions made from now on;
+  // 1000 ms unless the agent program sets another.
+  static void default_retry_interval(unsigned milliseconds);
+  static unsigned default_retry_interval();
+
+  // This session's pause before the first retry.
   void retry_interval(unsigned milliseconds) { options_.policy.interval_ms = milliseconds; }
 
   JSON_RPC_Object_Ptr request(JSON_RPC_Object_Ptr request) override;
