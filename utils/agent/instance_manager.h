@@ -1,0 +1,26 @@
+// The agent's local registry of the instances it manages, by uuid. The instance
+// requests keep it in step with the backup server's view.
+#pragma once
+
+#include <map>
+#include <mutex>
+#include <string>
+
+#include "utils/agent/instance.h"
+
+class Instance_Manager {
+ public:
+  static Instance_Manager* instance();
+
+  // False (with one log line) for an instance without uuid or one already there.
+  bool add_instance(const Instance_Ptr& instance);
+  // False (with one log line) when no instance has that uuid.
+  bool remove_instance(const Instance_Ptr& instance);
+  Instance_Ptr find(const std::string& uuid) const;
+  std::size_t size() const;
+  void clear();
+
+ private:
+  mutable std::mutex mutex_;
+  std::map<std::string, Instance_Ptr> instances_;
+};
