@@ -1,0 +1,88 @@
+// oceanstor-sim: the OceanStor device-manager simulator as a program, for demos and
+// manual checks. Prints its port and device id, serves until SIGINT or SIGTERM.
+//
+//   oceanstor-sim [--port N] [--https --cert FILE --key FILE]
+//
+// It starts with one LUN "1" (1 GiB, chunks 0 and 5 written), its snapshot "2" (and
+// chunk 7 written after it), lun group "3", host "4" in that group with one healthy FC
+// link. Log in as admin / Admin@storage1.
+#include <signal.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "sim/oceanstor/oceanstor_sim.h"
+
+namespace {
+
+struct Options {
+  unsigned short port = 0;
+  bool https = false;
+  std::string cert;
+  std::string key;
+};
+
+bool parse(int argc, char** argv, Options& options) {
+  for (int i = 1; i < argc; ++i) {
+    const bool has_value = i + 1 < argc;
+    if (std::strcmp(argv[i], "--port") == 0 && has_value) {
+      char* end = nullptr;
+      const long value = std::strtol(argv[++i], &end, 10);
+      if (end == argv[i] || *end != '\0' || value < 0 || value > 65535) return false;
+      options.port = static_cast<unsigned short>(value);
+    } else if (std::strcmp(argv[i], "--https") == 0) {
+      options.https = true;
+    } else if (std::strcmp(argv[i], "--cert") == 0 && has_value) {
+      options.cert = argv[++i];
+    } else if (std::strcmp(argv[i], "--key") == 0 && has_value) {
+      options.key = argv[++i];
+    } else {
+      return false;
+    }
+  }
+  return !options.https || (!options.cert.empty() && !options.key.empty());
+}
+
+void populate(au_sim::OceanStor_Sim& sim) {
+  sim.add_lun("1", "demo_lun", 1ULL << 30);
+  sim.write_chunk("1", 0, "boot");
+  sim.write_chunk("1", 5, "data");
+  sim.add_snapshot("2", "demo_snap", "1");
+  sim.write_chunk("1", 7, "new");
+  sim.add_lun_group("3");
+  sim.add_host("4", "demo_host", "3");
+  sim.add_host_link("4", "10", "1", "27");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options options;
+  if (!parse(argc, argv, options)) {
+    std::fprintf(stderr, "usage: %s [--port N] [--https --cert FILE --key FILE]\n", argv[0]);
+    return 2;
+  }
+  // Block the stop signals before the server's threads start, then wait for one here.
+  sigset_t stop_signals;
+  sigemptyset(&stop_signals);
+  sigaddset(&stop_signals, SIGINT);
+  sigaddset(&stop_signals, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &stop_signals, nullptr);
+
+  std::unique_ptr<au_sim::OceanStor_Sim> sim(options.https ? new au_sim::OceanStor_Sim(options.cert, options.key)
+                                                           : new au_sim::OceanStor_Sim());
+  populate(*sim);
+  if (!sim->start(options.port)) {
+    std::fprintf(stderr, "oceanstor-sim: cannot listen on 127.0.0.1:%u\n", options.port);
+    return 1;
+  }
+  std::printf("%u\n%s\n", sim->port(), sim->device_id().c_str());
+  std::fflush(stdout);
+  int signal_number = 0;
+  sigwait(&stop_signals, &signal_number);
+  sim->stop();
+  return 0;
+}

@@ -1,0 +1,272 @@
+#include "sim/oceanstor/oceanstor_sim.h"
+
+#include <httplib.h>
+
+#include <chrono>
+#include <random>
+
+#include "framework/json/writer.h"
+
+namespace au_sim {
+
+namespace {
+
+constexpr const char* REST_ROOT = "/deviceManager/rest/";
+constexpr const char* LOGIN_PATH = "/deviceManager/rest/xxxxx/sessions";
+constexpr std::size_t DROPPED_BODY_LENGTH = 4096;
+constexpr std::size_t ENDLESS_PIECE = 64 * 1024;
+
+Sim_Request to_request(const httplib::Request& req) {
+  Sim_Request r;
+  r.method = req.method;
+  r.path = req.path;
+  r.target = req.target;
+  const auto mark = req.target.find('?');
+  if (mark != std::string::npos) r.query = req.target.substr(mark + 1);
+  r.body = req.body;
+  for (const auto& h : req.headers) r.headers.emplace_back(h.first, h.second);
+  for (const auto& p : req.params) r.params.emplace_back(p.first, p.second);
+  return r;
+}
+
+}  // namespace
+
+std::string random_hex_text(std::size_t digits) {
+  static std::mt19937_64 engine{std::random_device{}()};
+  static const char* const HEX = "0123456789abcdef";
+  std::string out;
+  for (std::size_t i = 0; i < digits; ++i) out += HEX[engine() % 16];
+  return out;
+}
+
+namespace {
+
+// The value of the cookie `name` in a Cookie header ("a=1; session=...").
+std::string cookie_value(const std::string& header, const std::string& name) {
+  std::size_t pos = 0;
+  while (pos < header.size()) {
+    std::size_t end = header.find(';', pos);
+    if (end == std::string::npos) end = header.size();
+    std::string item = header.substr(pos, end - pos);
+    const auto first = item.find_first_not_of(' ');
+    if (first != std::string::npos) item.erase(0, first);
+    if (item.compare(0, name.size() + 1, name + "=") == 0) return item.substr(name.size() + 1);
+    pos = end + 1;
+  }
+  return std::string();
+}
+
+}  // namespace
+
+OceanStor_Sim::OceanStor_Sim() : server_(new httplib::Server) { init(); }
+
+OceanStor_Sim::OceanStor_Sim(const std::string& cert_file, const std::string& key_file)
+    : server_(new httplib::SSLServer(cert_file.c_str(), key_file.c_str())) {
+  init();
+}
+
+void OceanStor_Sim::init() {
+  device_id_ = "2102351QLH" + random_hex_text(10);
+  const auto handler = [this](const httplib::Request& req, httplib::Response& res) { serve(req, res); };
+  server_->Get(".*", handler);
+  server_->Post(".*", handler);
+  server_->Put(".*", handler);
+  server_->Delete(".*", handler);
+}
+
+OceanStor_Sim::~OceanStor_Sim() { stop(); }
+
+bool OceanStor_Sim::start(unsigned short port) {
+  if (thread_.joinable()) return true;
+  if (!server_->is_valid()) return false;
+  server_->set_keep_alive_timeout(2);
+  int bound = 0;
+  if (port == 0) {
+    bound = server_->bind_to_any_port("127.0.0.1");
+  } else if (server_->bind_to_port("127.0.0.1", port)) {
+    bound = port;
+  }
+  if (bound <= 0) return false;
+  port_ = static_cast<unsigned short>(bound);
+  thread_ = std::thread([this] { server_->listen_after_bind(); });
+  for (int i = 0; i < 5000 && !server_->is_running(); ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  return server_->is_running();
+}
+
+void OceanStor_Sim::stop() {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    stopping_ = true;
+  }
+  if (thread_.joinable()) {
+    server_->stop();
+    thread_.join();
+  }
+}
+
+std::string OceanStor_Sim::rest_base() const { return REST_ROOT + device_id_; }
+
+void OceanStor_Sim::set_credentials(const std::string& username, const std::string& password) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  username_ = username;
+  password_ = password;
+}
+
+void OceanStor_Sim::expire_sessions() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  sessions_.clear();
+}
+
+std::size_t OceanStor_Sim::live_sessions() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return sessions_.size();
+}
+
+std::size_t OceanStor_Sim::logins() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return logins_;
+}
+
+void OceanStor_Sim::inject(const std::string& path, Sim_Fault fault) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  faults_.emplace_back(path, std::move(fault));
+}
+
+void OceanStor_Sim::inject_error(const std::string& path, int64_t code, int times) {
+  inject(path, Sim_Fault::reply(200, reply_text(json_spirit::Object(), code, "injected error", "retry later"),
+                                times));
+}
+
+void OceanStor_Sim::inject_endless_reply(const std::string& path, int times) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  endless_.push_back(Endless{path, times});
+}
+
+void OceanStor_Sim::set_reply(const std::string& method, const std::string& path, Sim_Reply reply) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  replies_[{method, path}] = std::move(reply);
+}
+
+void OceanStor_Sim::clear_faults() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  faults_.clear();
+  endless_.clear();
+  replies_.clear();
+}
+
+std::vector<Sim_Request> OceanStor_Sim::requests() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return requests_;
+}
+
+std::vector<Sim_Request> OceanStor_Sim::requests_to(const std::string& path) const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  std::vector<Sim_Request> out;
+  for (const auto& r : requests_)
+    if (r.path == path) out.push_back(r);
+  return out;
+}
+
+void OceanStor_Sim::clear_requests() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  requests_.clear();
+}
+
+std::string OceanStor_Sim::reply_text(const json_spirit::Value& data, int64_t code, const std::string& description,
+                                      const std::string& suggestion) {
+  json_spirit::Object error{{"code", code}, {"description", description}};
+  if (!suggestion.empty()) error["suggestion"] = suggestion;
+  return json_spirit::write(json_spirit::Object{{"data", data}, {"error", error}});
+}
+
+bool OceanStor_Sim::take_fault(const std::string& path, Sim_Fault& fault) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  for (auto it = faults_.begin(); it != faults_.end(); ++it) {
+    if (!it->first.empty() && it->first != path) continue;
+    fault = it->second;
+    if (it->second.times > 0 && --it->second.times == 0) faults_.erase(it);
+    return true;
+  }
+  return false;
+}
+
+bool OceanStor_Sim::take_endless(const std::string& path) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  for (auto it = endless_.begin(); it != endless_.end(); ++it) {
+    if (!it->path.empty() && it->path != path) continue;
+    if (it->times > 0 && --it->times == 0) endless_.erase(it);
+    return true;
+  }
+  return false;
+}
+
+void OceanStor_Sim::serve(const httplib::Request& req, httplib::Response& res) {
+  const Sim_Request request = to_request(req);
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    requests_.push_back(request);
+  }
+  if (take_endless(request.path)) {
+    // A JSON text that never closes: the reply goes on until the client gives up.
+    res.set_chunked_content_provider("application/json", [this](std::size_t, httplib::DataSink& sink) {
+      static const std::string opening = "{\"data\":\"";
+      static const std::string piece(ENDLESS_PIECE, 'x');
+      {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (stopping_) return false;
+      }
+      return sink.write(opening.data(), opening.size()) && sink.write(piece.data(), piece.size());
+    });
+    return;
+  }
+  Sim_Fault fault;
+  if (take_fault(request.path, fault)) {
+    if (fault.delay_ms > 0) std::this_thread::sleep_for(std::chrono::milliseconds(fault.delay_ms));
+    if (fault.drop_connection) {
+      res.status = 200;
+      res.set_content_provider(DROPPED_BODY_LENGTH, "application/json",
+                               [](std::size_t, std::size_t, httplib::DataSink&) { return false; });
+      return;
+    }
+    if (fault.status != 0) {
+      res.status = fault.status;
+      res.set_content(fault.body, fault.content_type.c_str());
+      return;
+    }
+  }
+  std::string set_cookie;
+  const Sim_Reply reply = dispatch(request, set_cookie);
+  res.status = reply.status;
+  if (!set_cookie.empty()) res.set_header("Set-Cookie", set_cookie);
+  res.set_content(reply.body, reply.content_type.c_str());
+}
+
+bool OceanStor_Sim::authorized(const Sim_Request& request) const {
+  const std::string session = cookie_value(request.header("Cookie"), "session");
+  const std::string prefix = "ismsession=";
+  if (session.compare(0, prefix.size(), prefix) != 0) return false;
+  std::lock_guard<std::mutex> lock(mutex_);
+  const auto it = sessions_.find(session.substr(prefix.size()));
+  return it != sessions_.end() && it->second == request.header("iBaseToken");
+}
+
+Sim_Reply OceanStor_Sim::dispatch(const Sim_Request& request, std::string& set_cookie) {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    const auto fixed = replies_.find({request.method, request.path});
+    if (fixed != replies_.end()) return fixed->second;
+  }
+  if (request.path == LOGIN_PATH) {
+    if (request.method == "POST") return on_login(request, set_cookie);
+    return Sim_Reply{200, reply_text(json_spirit::Object(), BAD_PARAMETER, "The method is not supported.")};
+  }
+  const std::string base = rest_base() + "/";
+  if (request.path.compare(0, base.size(), base) != 0 || !authorized(request)) {
+    return Sim_Reply{200, reply_text(json_spirit::Object(), UNAUTHORIZED, "The user is offline.",
+                                     "Log in to the system again.")};
+  }
+  return route(request, request.path.substr(base.size()));
+}
+
+}  // namespace au_sim

@@ -1,0 +1,274 @@
+// OceanStor client sessions over real HTTP(S): login, the two auth headers, renewal
+// after 180 idle seconds, logout, and how failed exchanges are reported.
+#include <gtest/gtest.h>
+
+#include "framework/json/writer.h"
+#include "tests/integration/sim/oceanstor_fixture.h"
+#include "tests/support/http_test_server.h"
+
+using au_sim::OceanStor_Sim;
+using au_sim::Sim_Fault;
+using au_test::Log_Capture;
+using au_test::Test_Client;
+
+namespace {
+
+class OceanStor_Session : public au_test::OceanStor_Test {
+ protected:
+  void SetUp() override {
+    OceanStor_Test::SetUp();
+    sim.add_lun("1", "lun_one", 1 << 20);
+  }
+};
+
+TEST_F(OceanStor_Session, login_then_every_request_carries_cookie_token_and_device_id) {
+  Log_Capture log;
+  ASSERT_TRUE(client->test_login());
+  EXPECT_EQ(sim.device_id(), client->auth().device_id);
+  EXPECT_EQ(0u, client->auth().session.find("session=ismsession="));
+  EXPECT_EQ(std::string::npos, client->auth().session.find(';'));
+  EXPECT_FALSE(client->auth().token.empty());
+  const auto login = sim.requests_to("/deviceManager/rest/xxxxx/sessions");
+  ASSERT_EQ(1u, login.size());
+  EXPECT_FALSE(login[0].has_header("Cookie"));
+  EXPECT_FALSE(login[0].has_header("iBaseToken"));
+  EXPECT_EQ(R"({"password":"Admin@storage1","username":"admin"})", login[0].body);
+
+  // test_login fills the session, but the idle clock starts at 0: the first request
+  // renews it (logout, then login on a connection of its own).
+  oceanstor::LUN lun;
+  ASSERT_TRUE(client->get_lun("1", lun));
+  EXPECT_EQ(2u, sim.logins());
+  EXPECT_EQ(1u, sim.requests_to(rest("sessions")).size());
+  EXPECT_EQ(1u, sim.live_sessions());
+  EXPECT_EQ("lun_one", lun.name);
+  const auto gets = sim.requests_to(rest("lun/1"));
+  ASSERT_EQ(1u, gets.size());
+  EXPECT_EQ(client->auth().session, gets[0].header("Cookie"));
+  EXPECT_EQ(client->auth().token, gets[0].header("iBaseToken"));
+
+  ASSERT_TRUE(client->logout());
+  EXPECT_FALSE(static_cast<bool>(client->auth()));
+  EXPECT_TRUE(client->auth().device_id.empty());
+  EXPECT_EQ(2u, sim.requests_to(rest("sessions")).size());
+  EXPECT_EQ(0u, sim.live_sessions());
+  EXPECT_TRUE(client->logout()) << "nothing to do without a device id";
+  EXPECT_EQ(2u, sim.requests_to(rest("sessions")).size());
+  expect_no_secrets(log);
+}
+
+TEST_F(OceanStor_Session, session_renewed_only_after_180_idle_seconds) {
+  Log_Capture log;
+  oceanstor::LUN lun;
+  ASSERT_TRUE(client->get_lun("1", lun));
+  ASSERT_EQ(1u, sim.logins());
+  const std::string first_session = client->auth().session;
+
+  client->clock += 179;
+  ASSERT_TRUE(client->get_lun("1", lun));
+  EXPECT_EQ(1u, sim.logins());
+  EXPECT_TRUE(sim.requests_to(rest("sessions")).empty());
+
+  client->clock += 180;
+  ASSERT_TRUE(client->get_lun("1", lun));
+  EXPECT_EQ(2u, sim.logins());
+  const auto logouts = sim.requests_to(rest("sessions"));
+  ASSERT_EQ(1u, logouts.size());
+  EXPECT_EQ(first_session, logouts[0].header("Cookie"));
+  EXPECT_NE(first_session, client->auth().session);
+  EXPECT_EQ(1u, sim.live_sessions()) << "the old session was closed";
+  const auto gets = sim.requests_to(rest("lun/1"));
+  ASSERT_EQ(3u, gets.size());
+  EXPECT_EQ(client->auth().session, gets[2].header("Cookie"));
+  expect_no_secrets(log);
+}
+
+TEST_F(OceanStor_Session, expired_session_and_array_errors_fail_the_request_without_renewal) {
+  oceanstor::LUN lun;
+  ASSERT_TRUE(client->get_lun("1", lun));
+  Log_Capture log;
+  sim.expire_sessions();
+  EXPECT_FALSE(client->get_lun("1", lun));
+  EXPECT_EQ(-401, client->last_error().code);
+  EXPECT_EQ(1u, sim.logins());
+  const std::string url = "http://127.0.0.1:" + std::to_string(sim.port()) + rest("lun/1");
+  EXPECT_TRUE(log.has(LM_ERROR, "Failed to get OceanStor lun, method: GET, url " + url +
+                                    " resp body:\n" +
+                                    R"({"data":{},"error":{"code":-401,"description":"The user is offline.",)"
+                                    R"("suggestion":"Log in to the system again."}})" "\n"))
+      << log.dump();
+
+  // A code beyond 32 bits cannot be an array success.
+  log.clear();
+  sim.inject_error(rest("lun/1"), 4294967297LL);
+  client->clock += 200;  // fresh session
+  EXPECT_FALSE(client->get_lun("1", lun));
+  EXPECT_TRUE(log.has_fragment(LM_ERROR, "Unexpected exception while occurred while parse error info, json: "))
+      << log.dump();
+  EXPECT_TRUE(log.has_fragment(LM_ERROR, "Failed to get OceanStor lun, method: GET")) << log.dump();
+  expect_no_secrets(log);
+}
+
+TEST_F(OceanStor_Session, failed_exchanges_count_only_when_the_reply_body_says_so) {
+  oceanstor::LUN lun;
+  ASSERT_TRUE(client->get_lun("1", lun));
+  Log_Capture log;
+  const std::string path = rest("lun/1");
+
+  sim.inject(path, Sim_Fault::reply(500, OceanStor_Sim::reply_text(json_spirit::Object(), 1077937880, "gone")));
+  json_spirit::Value reply;
+  HTTP_Request req(HTTP_GET, path.c_str(), false);
+  EXPECT_FALSE(client->send_request(req, &reply));
+  EXPECT_TRUE(log.has(LM_ERROR, "OceanStor request 'GET " + path +
+                                    "' returns error, http status 500, error code= '1077937880', message = 'gone'.\n"))
+      << log.dump();
+
+  // Error code 0 in a failed exchange, or no reply body asked for: success.
+  sim.inject(path, Sim_Fault::reply(500, OceanStor_Sim::reply_text(json_spirit::Object{{"ID", "1"}})));
+  HTTP_Request again(HTTP_GET, path.c_str(), false);
+  EXPECT_TRUE(client->send_request(again, &reply));
+  sim.inject(path, Sim_Fault::reply(404, "not json"));
+  HTTP_Request no_body(HTTP_GET, path.c_str(), false);
+  EXPECT_TRUE(client->send_request(no_body, nullptr));
+
+  // Malformed JSON with a body asked for: failure with an empty error.
+  log.clear();
+  sim.inject(path, Sim_Fault::reply(200, "{\"data\": {\"ID\": \"1\""));
+  EXPECT_FALSE(client->get_lun("1", lun));
+  EXPECT_TRUE(log.has(LM_ERROR, "OceanStor request 'GET " + path +
+                                    "' returns error, http status 200, error code= '0', message = ''.\n"))
+      << log.dump();
+  EXPECT_TRUE(log.has(LM_ERROR, "Failed to get OceanStor lun '1' info.\n")) << log.dump();
+
+  // A reply that never ends is given up, not waited for.
+  log.clear();
+  sim.inject_endless_reply(path);
+  EXPECT_FALSE(client->get_lun("1", lun));
+  EXPECT_TRUE(log.has(LM_ERROR, "Failed to get OceanStor lun '1' info.\n")) << log.dump();
+
+  // A logout whose connection breaks still counts as done.
+  sim.inject(rest("sessions"), Sim_Fault::drop());
+  EXPECT_TRUE(client->logout());
+  EXPECT_FALSE(static_cast<bool>(client->auth()));
+  expect_no_secrets(log);
+}
+
+TEST_F(OceanStor_Session, unsupported_methods_and_slow_requests_are_reported) {
+  oceanstor::LUN lun;
+  ASSERT_TRUE(client->get_lun("1", lun));
+  Log_Capture log;
+  client->step = 10;  // every clock reading moves ten seconds on
+  HTTP_Request head(HTTP_HEAD, rest("lun/1").c_str(), false);
+  json_spirit::Value reply;
+  EXPECT_FALSE(client->send_request(head, &reply));
+  EXPECT_TRUE(log.has(LM_ERROR, "Unsupported HTTP method 'HEAD' for OceanStor RESTful client.\n")) << log.dump();
+  EXPECT_TRUE(log.has(LM_INFO, "Slow OceanStor request 'HEAD " + rest("lun/1") + "' detected, cost 10s.\n"))
+      << log.dump();
+
+  log.clear();
+  ASSERT_TRUE(client->get_lun("1", lun));
+  EXPECT_TRUE(log.has(LM_INFO, "Slow OceanStor request 'GET " + rest("lun/1") + "' detected, cost 10s.\n"))
+      << log.dump();
+  client->step = 0;
+  log.clear();
+  ASSERT_TRUE(client->get_lun("1", lun));
+  EXPECT_FALSE(log.has_fragment(LM_INFO, "Slow OceanStor request")) << log.dump();
+}
+
+TEST_F(OceanStor_Session, print_error_is_false_and_checks_its_arguments) {
+  Log_Capture log;
+  HTTP_Request req(HTTP_POST, "/deviceManager/rest/x/lungroup/associate", false);
+  const json_spirit::Value body = json_spirit::Object{{"ID", "3"}};
+  const json_spirit::Value reply = json_spirit::Object{{"error", json_spirit::Object{{"code", 1}}}};
+  EXPECT_FALSE(client->print_error(nullptr, req, &body, &reply));
+  EXPECT_TRUE(log.has_check("msg is NULL"));
+  EXPECT_FALSE(client->print_error("Oops", req, &body, nullptr));
+  EXPECT_TRUE(log.has_check("resp_body is NULL"));
+  EXPECT_FALSE(client->print_error("Oops", req, &body, &reply));
+  const std::string url = "http://127.0.0.1:" + std::to_string(sim.port());
+  EXPECT_TRUE(log.has(LM_ERROR, "Oops, method: POST, url " + url +
+                                    "/deviceManager/rest/x/lungroup/associate req body: {\"ID\":\"3\"}\n resp body:\n"
+                                    "{\"error\":{\"code\":1}}\n"))
+      << log.dump();
+}
+
+TEST_F(OceanStor_Session, wrong_password_fails_the_login_and_is_never_logged) {
+  Log_Capture log;
+  Test_Client wrong(au_test::manager_info(sim.port(), "", false, "Wrong#Pass"));
+  EXPECT_FALSE(wrong.test_login());
+  const std::string url = "http://127.0.0.1:" + std::to_string(sim.port()) + "/deviceManager/rest/xxxxx/sessions";
+  EXPECT_TRUE(log.has(LM_ERROR, "Failed to login OceanStor, method: POST, url " + url + " resp body:\n" +
+                                    R"({"data":{},"error":{"code":1077949061,)"
+                                    R"("description":"The user name or password is incorrect."}})" "\n"))
+      << log.dump();
+  oceanstor::LUN lun;
+  EXPECT_FALSE(wrong.get_lun("1", lun));
+  EXPECT_TRUE(log.has_check("auth_.device_id is empty")) << "no device id yet";
+  EXPECT_EQ(std::string::npos, log.dump().find("Wrong#Pass"));
+}
+
+// Login replies the simulated array never sends: odd cookies, missing fields.
+TEST(OceanStor_Login, cookie_and_reply_shapes) {
+  std::string session;
+  EXPECT_TRUE(oceanstor::OceanStor_Client::parse_session("a=1;;session=x; path=/", session));
+  EXPECT_EQ("session=x", session);
+  EXPECT_TRUE(oceanstor::OceanStor_Client::parse_session("session=abc; path=/", session));
+  EXPECT_EQ("session=abc", session);
+  session.clear();
+  EXPECT_FALSE(oceanstor::OceanStor_Client::parse_session("path=/; session=abc", session));
+  EXPECT_TRUE(session.empty());
+
+  std::string cookie;
+  std::string reply;
+  au_test::HTTP_Test_Server server;
+  server.on("POST", "/deviceManager/rest/xxxxx/sessions", [&](const httplib::Request&, httplib::Response& res) {
+    if (!cookie.empty()) res.set_header("Set-Cookie", cookie);
+    res.set_content(reply, "application/json");
+  });
+  ASSERT_TRUE(server.start());
+  Test_Client client(au_test::manager_info(server.port(), ""));
+  Log_Capture log;
+  reply = R"({"data":{"deviceid":"D1","iBaseToken":"T1"},"error":{"code":0,"description":"0"}})";
+  cookie = "path=/; session=abc";
+  EXPECT_FALSE(client.test_login());
+  EXPECT_TRUE(log.has(LM_ERROR, "Failed to parse cookie: path=/; session=abc.\n")) << log.dump();
+  cookie.clear();
+  EXPECT_FALSE(client.test_login());
+  EXPECT_TRUE(log.has(LM_ERROR, "Failed to parse cookie: .\n")) << log.dump();
+
+  cookie = "session=abc; path=/";
+  reply = R"({"data":{"deviceid":"D1"},"error":{"code":0,"description":"0"}})";
+  EXPECT_FALSE(client.test_login());
+  EXPECT_TRUE(log.has(LM_ERROR, "Unexpected exception occurred while parse auth json, JSON Pointer path "
+                                "'/data/iBaseToken' not exist in JSON!.\n"))
+      << log.dump();
+  EXPECT_FALSE(static_cast<bool>(client.auth()));
+
+  reply = R"({"data":{"deviceid":"D1","iBaseToken":"T1"},"error":{"code":0,"description":"0"}})";
+  ASSERT_TRUE(client.test_login());
+  EXPECT_EQ("session=abc", client.auth().session);
+  EXPECT_EQ("T1", client.auth().token);
+  EXPECT_EQ("D1", client.auth().device_id);
+}
+
+TEST(OceanStor_Login, https_with_the_array_certificate) {
+  au_test::Self_Signed_Certificate cert;
+  ASSERT_TRUE(cert.ok());
+  OceanStor_Sim sim(cert.cert_file(), cert.key_file());
+  sim.add_lun("7", "secure_lun", 1 << 20);
+  ASSERT_TRUE(sim.start());
+  Log_Capture log;
+  {
+    Test_Client client(au_test::manager_info(sim.port(), "", true), cert.cert_file());
+    oceanstor::LUN lun;
+    ASSERT_TRUE(client.test_login());
+    ASSERT_TRUE(client.get_lun("7", lun));
+    EXPECT_EQ("secure_lun", lun.name);
+    EXPECT_FALSE(client.get_lun("8", lun));
+    EXPECT_TRUE(log.has_fragment(LM_ERROR, "Failed to get OceanStor lun, method: GET, url https://127.0.0.1:"))
+        << log.dump();
+  }
+  EXPECT_EQ(0u, sim.live_sessions()) << "the client logged out when it went";
+}
+
+}  // namespace
