@@ -1,8 +1,10 @@
 // oceanstor-sim: the OceanStor device-manager simulator as a program, for demos and
 // manual checks. Prints its port and device id, serves until SIGINT or SIGTERM.
 //
-//   oceanstor-sim [--port N] [--https --cert FILE --key FILE]
+//   oceanstor-sim [--port N] [--https [--cert FILE --key FILE]]
 //
+// --https without a certificate makes a self-signed one for localhost and 127.0.0.1 and
+// prints the path of its PEM file as a third line (a client's CA file).
 // It starts with one LUN "1" (1 GiB, chunks 0 and 5 written), its snapshot "2" (and
 // chunk 7 written after it), lun group "3", host "4" in that group with one healthy FC
 // link. Log in as admin / Admin@storage1.
@@ -14,6 +16,7 @@
 #include <memory>
 #include <string>
 
+#include "sim/oceanstor/demo_certificate.h"
 #include "sim/oceanstor/oceanstor_sim.h"
 
 namespace {
@@ -43,7 +46,7 @@ bool parse(int argc, char** argv, Options& options) {
       return false;
     }
   }
-  return !options.https || (!options.cert.empty() && !options.key.empty());
+  return options.cert.empty() == options.key.empty();
 }
 
 void populate(au_sim::OceanStor_Sim& sim) {
@@ -62,7 +65,7 @@ void populate(au_sim::OceanStor_Sim& sim) {
 int main(int argc, char** argv) {
   Options options;
   if (!parse(argc, argv, options)) {
-    std::fprintf(stderr, "usage: %s [--port N] [--https --cert FILE --key FILE]\n", argv[0]);
+    std::fprintf(stderr, "usage: %s [--port N] [--https [--cert FILE --key FILE]]\n", argv[0]);
     return 2;
   }
   // Block the stop signals before the server's threads start, then wait for one here.
@@ -72,6 +75,16 @@ int main(int argc, char** argv) {
   sigaddset(&stop_signals, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &stop_signals, nullptr);
 
+  std::unique_ptr<au_sim::Demo_Certificate> demo_cert;  // --https without files
+  if (options.https && options.cert.empty()) {
+    demo_cert.reset(new au_sim::Demo_Certificate);
+    if (!demo_cert->ok()) {
+      std::fprintf(stderr, "oceanstor-sim: cannot make a certificate\n");
+      return 1;
+    }
+    options.cert = demo_cert->cert_file();
+    options.key = demo_cert->key_file();
+  }
   std::unique_ptr<au_sim::OceanStor_Sim> sim(options.https ? new au_sim::OceanStor_Sim(options.cert, options.key)
                                                            : new au_sim::OceanStor_Sim());
   populate(*sim);
@@ -80,6 +93,7 @@ int main(int argc, char** argv) {
     return 1;
   }
   std::printf("%u\n%s\n", sim->port(), sim->device_id().c_str());
+  if (options.https) std::printf("%s\n", options.cert.c_str());
   std::fflush(stdout);
   int signal_number = 0;
   sigwait(&stop_signals, &signal_number);

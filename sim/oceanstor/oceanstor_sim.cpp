@@ -2,6 +2,7 @@
 
 #include <httplib.h>
 
+#include <cctype>
 #include <chrono>
 #include <random>
 
@@ -66,7 +67,9 @@ OceanStor_Sim::OceanStor_Sim(const std::string& cert_file, const std::string& ke
 }
 
 void OceanStor_Sim::init() {
+  // Twenty characters, upper case, like an array's serial number.
   device_id_ = "2102351QLH" + random_hex_text(10);
+  for (char& c : device_id_) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
   const auto handler = [this](const httplib::Request& req, httplib::Response& res) { serve(req, res); };
   server_->Get(".*", handler);
   server_->Post(".*", handler);
