@@ -1,6 +1,5 @@
-// What the client, pool and group tests share: a client connected to the sandbox cluster
-// from its conf text, images and groups that are removed whatever happens to the test,
-// and extents as `rbd diff` reports them.
+// What the client, pool and group tests share: a client connected from the sandbox's conf
+// text, images and groups removed whatever happens to the test, and `rbd diff` extents.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -18,68 +17,41 @@
 
 namespace client_test {
 
-// A connected client, or null after a test failure.
 inline std::unique_ptr<ceph::Ceph_Client> connect_sandbox() {
   const ceph::Ceph_Config config(au_test::ceph_conf_text());
-  EXPECT_TRUE(static_cast<bool>(config));
   auto client = std::make_unique<ceph::Ceph_Client>("admin", config.options(), true);
-  if (client->error_code() != 0) {
-    ADD_FAILURE() << "connect: " << client->error();
-    return nullptr;
-  }
-  return client;
+  if (client->error_code() == 0) return client;
+  ADD_FAILURE() << "connect: " << client->error();
+  return nullptr;
 }
 
-// Removes a sandbox image (its snapshots, protected ones too) when the test ends.
-struct Image_Cleanup {
-  std::string spec;  // pool/image
-  ~Image_Cleanup() {
-    std::string snaps;
-    au_test::run_ceph_cli("rbd snap ls --format json " + spec + " 2>/dev/null", &snaps);
-    json_spirit::Value list;
-    if (json_spirit::read(snaps, list) && list.type() == json_spirit::array_type) {
-      for (const auto& snap : list.get_array()) {
-        const auto& fields = snap.get_obj();
-        const auto guarded = fields.find("protected");
-        if (guarded == fields.end() || guarded->second.type() != json_spirit::str_type ||
-            guarded->second.get_str() != "true")
-          continue;
-        const auto& name = fields.at("name").get_str();
-        au_test::run_ceph_cli("rbd snap unprotect " + spec + "@" + name + " 2>/dev/null", nullptr);
-      }
-    }
-    au_test::run_ceph_cli("rbd snap purge --no-progress " + spec + " 2>/dev/null", nullptr);
-    au_test::run_ceph_cli("rbd rm --no-progress " + spec + " 2>/dev/null", nullptr);
+// rbd CLI commands that undo what a test made, run when the test ends.
+struct Cleanup {
+  std::vector<std::string> commands;
+  ~Cleanup() {
+    for (const auto& c : commands) au_test::run_ceph_cli(c + " >/dev/null 2>&1", nullptr);
   }
-};
-
-// Removes a sandbox group when the test ends (before its images: declare it after them).
-struct Group_Cleanup {
-  std::string spec;  // pool/group
-  ~Group_Cleanup() { au_test::run_ceph_cli("rbd group rm " + spec + " 2>/dev/null", nullptr); }
+  void image(const std::string& spec) {  // pool/image, protected snapshots too
+    commands.push_back("rbd snap ls " + spec + " | awk 'NR>1{print $2}' | xargs -rI{} rbd -c " +
+                       au_test::ceph_conf_path() + " snap unprotect " + spec + "@{}");
+    commands.push_back("rbd snap purge --no-progress " + spec);
+    commands.push_back("rbd rm --no-progress " + spec);
+  }
+  void group(const std::string& spec) { commands.insert(commands.begin(), "rbd group rm " + spec); }
 };
 
 using Extent = std::tuple<uint64_t, uint64_t, bool>;  // offset, length, exists
 
-// `rbd diff <args> --format json` as extents; empty after a test failure.
 inline std::vector<Extent> rbd_diff(const std::string& args) {
   std::string out;
-  std::vector<Extent> extents;
-  if (!au_test::run_ceph_cli("rbd diff --format json " + args, &out)) {
-    ADD_FAILURE() << "rbd diff " << args;
-    return extents;
-  }
   json_spirit::Value list;
-  if (!json_spirit::read(out, list) || list.type() != json_spirit::array_type) {
-    ADD_FAILURE() << "rbd diff output: " << out;
-    return extents;
-  }
+  std::vector<Extent> extents;
+  EXPECT_TRUE(au_test::run_ceph_cli("rbd diff --format json " + args, &out));
+  if (!json_spirit::read(out, list) || list.type() != json_spirit::array_type) return extents;
   for (const auto& e : list.get_array()) {
     const auto& o = e.get_obj();
-    const auto& exists = o.at("exists");
     extents.emplace_back(o.at("offset").get_uint64(), o.at("length").get_uint64(),
-                         exists.type() == json_spirit::bool_type ? exists.get_bool()
-                                                                 : exists.get_str() == "true");
+                         o.at("exists").get_str() == "true");
   }
   return extents;
 }

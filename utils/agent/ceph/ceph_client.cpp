@@ -61,8 +61,8 @@ bool Ceph_Client::init_cluster(Basic_String_Arg<char> id) {
   RADOS_var slot = make_slot(ctx_.close_on_destruction_, make_cluster_var);
   if (!slot) return false;
   error_ = rados_create(slot.get(), id.c_str());
-  AU_DEBUG_TRACE((LM_DEBUG, ACE_TEXT("Thread %t called Client::rados_create(%@) = %d\n"),
-                  *slot, error_));
+  AU_DEBUG_TRACE(
+      (LM_DEBUG, ACE_TEXT("Thread %t called Client::rados_create(%@) = %d\n"), *slot, error_));
   if (error_ != 0) {
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to create RADOS context: code %d, msg %s.\n"), error_,
                error().c_str()));
@@ -76,7 +76,8 @@ bool Ceph_Client::set_configs(const std::string& file) {
   if (AU_IS_NULL(ctx_.ctx_)) return false;
   const char* path = file.empty() ? nullptr : file.c_str();
   error_ = rados_conf_read_file(*ctx_.ctx_, path);
-  AU_DEBUG_TRACE((LM_DEBUG, ACE_TEXT("Thread %t called Client::rados_conf_read_file(%@, \"%s\") = %d\n"),
+  AU_DEBUG_TRACE((LM_DEBUG,
+                  ACE_TEXT("Thread %t called Client::rados_conf_read_file(%@, \"%s\") = %d\n"),
                   *ctx_.ctx_, file.c_str(), error_));
   if (error_ != 0) {
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to read config file:code %d, msg %s.\n"), error_,
@@ -107,11 +108,12 @@ bool Ceph_Client::set_config(const std::string& key, const json_spirit::Value& v
   if (error_ == 0) return true;
   if (error_ == -ENOENT) {
     if (!ignore_unknown || ACE::debug())
-      ACE_ERROR((LM_ERROR, ACE_TEXT("Found unknown RADOS configuration option '%s'.\n"),
-                 key.c_str()));
+      ACE_ERROR(
+          (LM_ERROR, ACE_TEXT("Found unknown RADOS configuration option '%s'.\n"), key.c_str()));
     return ignore_unknown;
   }
-  ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to set RADOS configuration option '%s': code %d, msg %s.\n"),
+  ACE_ERROR((LM_ERROR,
+             ACE_TEXT("Failed to set RADOS configuration option '%s': code %d, msg %s.\n"),
              key.c_str(), error_, error().c_str()));
   return true;
 }
@@ -124,8 +126,8 @@ bool Ceph_Client::connect() {
   }
   error_ = rados_connect(*ctx_.ctx_);
   if (error_ != 0) {
-    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to connect to RADOS cluster: code %d, msg %s.\n"),
-               error_, error().c_str()));
+    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to connect to RADOS cluster: code %d, msg %s.\n"), error_,
+               error().c_str()));
     return false;
   }
   return true;
@@ -182,8 +184,8 @@ bool Ceph_Client::open_pool(const std::string& name, Ceph_Pool& pool) {
   Rados_IO_Ctx_var slot = make_slot(ctx_.close_on_destruction_, make_pool_var);
   if (!slot) return false;
   error_ = rados_ioctx_create(*ctx_.ctx_, name.c_str(), slot.get());
-  AU_DEBUG_TRACE((LM_DEBUG, ACE_TEXT("Thread %t called Pool::rados_ioctx_create(%@) = %d\n"),
-                  *slot, error_));
+  AU_DEBUG_TRACE(
+      (LM_DEBUG, ACE_TEXT("Thread %t called Pool::rados_ioctx_create(%@) = %d\n"), *slot, error_));
   if (error_ != 0) {
     ACE_ERROR((LM_ERROR,
                ACE_TEXT("Failed to open the io context of the pool '%s': code %d, msg %s.\n"),
@@ -206,16 +208,17 @@ bool Ceph_Client::open_pool(unsigned long id, Ceph_Pool& pool) {
     return false;
   }
   if (rados_ioctx_create2 == nullptr) {
-    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to open the io context of the pool '%Q': the "
-                                  "version of librados is too old.\n"),
+    ACE_ERROR((LM_ERROR,
+               ACE_TEXT("Failed to open the io context of the pool '%Q': the "
+                        "version of librados is too old.\n"),
                static_cast<ACE_UINT64>(id)));
     return false;
   }
   Rados_IO_Ctx_var slot = make_slot(ctx_.close_on_destruction_, make_pool_var);
   if (!slot) return false;
   error_ = rados_ioctx_create2(*ctx_.ctx_, static_cast<int64_t>(id), slot.get());
-  AU_DEBUG_TRACE((LM_DEBUG, ACE_TEXT("Thread %t called Client::rados_create(%@) = %d\n"), *slot,
-                  error_));
+  AU_DEBUG_TRACE(
+      (LM_DEBUG, ACE_TEXT("Thread %t called Client::rados_create(%@) = %d\n"), *slot, error_));
   if (error_ != 0) {
     // "%lu" is printf's, not ACE's (ACE reads %l as the line number): format it first.
     const snprintf_t<128> text(
@@ -243,16 +246,15 @@ bool Ceph_Client::open_image(const std::string& pool_name, const std::string& im
 bool Ceph_Client::open_image(const std::string& uri, Ceph_Image& image, bool read_only) {
   const URI_Components parts(uri);
   if (parts.type == URI_Components::UNKNOWN) {
-    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to open image by uri '%s': unrecognized uri.\n"),
-               uri.c_str()));
+    ACE_ERROR(
+        (LM_ERROR, ACE_TEXT("Failed to open image by uri '%s': unrecognized uri.\n"), uri.c_str()));
     return false;
   }
   return open_image(parts.pool, parts.img, image, read_only);
 }
 
 bool Ceph_Client::open_snapshot(const std::string& pool_name, const std::string& img_name,
-                                const std::string& snap_name, Ceph_Snapshot& snap,
-                                bool read_only) {
+                                const std::string& snap_name, Ceph_Snapshot& snap, bool read_only) {
   if (AU_IS_EMPTY(pool_name)) return false;
   if (AU_IS_EMPTY(img_name)) return false;
   if (AU_IS_EMPTY(snap_name)) return false;
@@ -276,8 +278,9 @@ bool Ceph_Client::diff_iterate(const std::string& uri, Basic_String_Arg<char> fr
   switch (parts.type) {
     case URI_Components::IMAGE: {
       if (!from_snap.empty()) {
-        ACE_ERROR((LM_ERROR, ACE_TEXT("Can't iterate over an image '%s' that using a snapshot "
-                                      "'%s' as the starting point.\n"),
+        ACE_ERROR((LM_ERROR,
+                   ACE_TEXT("Can't iterate over an image '%s' that using a snapshot "
+                            "'%s' as the starting point.\n"),
                    uri.c_str(), from_snap.c_str()));
         return false;
       }

@@ -2,13 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <map>
 #include <string>
 #include <vector>
 
 #include "tests/support/fake_ceph/fake_ceph.h"
 #include "tests/support/log_capture.h"
-#include "utils/agent/ceph/ceph_image.h"
 #include "utils/agent/ceph/ceph_pool.h"
 #include "utils/agent/ceph/ceph_snapshot.h"
 #include "utils/agent/ceph/librados_wrapper.h"
@@ -61,63 +59,33 @@ TEST(Ceph_Client_Libraries, librbd_is_left_alone_when_librados_is_unusable) {
       << logs.dump();
 }
 
-// A client without a cluster handle refuses everything, each with its own line, and
-// never reaches librados; bad URIs are refused before any cluster work.
+// A client without a cluster handle refuses everything before reaching librados.
 TEST(Ceph_Client_Arguments, an_empty_id_leaves_a_client_that_refuses_everything) {
   AU_BINDING_TEST_ALONE_OR_SKIP();
   au_test::Log_Capture logs;
   ceph::Ceph_Client client("", true);
   EXPECT_TRUE(logs.has_check("id is empty")) << logs.dump();
-  EXPECT_EQ(0, client.error_code());
   EXPECT_EQ("", client.error());
 
-  const std::string not_initialized =
-      "Failed to connect to ceph cluster: the context wasn't initialized.\n";
   logs.clear();
-  EXPECT_FALSE(client.connect());
-  EXPECT_TRUE(logs.has(LM_ERROR, not_initialized));
-  EXPECT_FALSE(client.set_configs(std::string()));
-  EXPECT_FALSE(client.set_configs({{"mon_host", "127.0.0.1"}}, true));
-  EXPECT_FALSE(client.connect({{"mon_host", "127.0.0.1"}}));
   std::vector<std::string> pools;
-  EXPECT_FALSE(client.list_pool(pools));
   ceph::Ceph_Pool pool;
-  EXPECT_FALSE(client.open_pool("rbd", pool));
+  EXPECT_FALSE(client.connect({{"mon_host", "127.0.0.1"}}));
+  EXPECT_FALSE(client.connect());
+  EXPECT_FALSE(client.list_pool(pools));
   EXPECT_FALSE(client.open_pool(1ul, pool));
-  EXPECT_FALSE(static_cast<bool>(pool));
-  size_t checks = 0, refusals = 0;
-  for (const auto& r : logs.records()) {
-    checks += r.priority == LM_EMERGENCY &&
-              r.text.find(", ctx_.ctx_ is NULL:\n") != std::string::npos;
-    refusals += r.priority == LM_ERROR && r.text == not_initialized;
-  }
-  EXPECT_EQ(3u, checks) << logs.dump();  // both set_configs and connect(configs)
-  EXPECT_EQ(4u, refusals) << logs.dump();
+  EXPECT_EQ(4u, logs.records().size()) << logs.dump();
+  EXPECT_TRUE(logs.has_check("ctx_.ctx_ is NULL"));
+  EXPECT_EQ(3u, logs.count(LM_ERROR,
+                           "Failed to connect to ceph cluster: the context wasn't "
+                           "initialized.\n"));
 
-  ceph::Ceph_Image image;
   ceph::Ceph_Snapshot snap;
-  logs.clear();
-  EXPECT_FALSE(client.open_image("", "img", image, false));
-  EXPECT_TRUE(logs.has_check("pool_name is empty"));
-  EXPECT_FALSE(client.open_image("rbd", "", image, false));
-  EXPECT_TRUE(logs.has_check("img_name is empty"));
   EXPECT_FALSE(client.open_snapshot("rbd", "img", "", snap, true));
   EXPECT_TRUE(logs.has_check("snap_name is empty"));
-
-  EXPECT_FALSE(client.open_image("ceph://rbd/dir/img", image, false));
-  EXPECT_TRUE(logs.has(LM_ERROR,
-                       "Failed to open image by uri 'ceph://rbd/dir/img': unrecognized uri.\n"));
-  EXPECT_FALSE(client.open_snapshot("ceph://rbd/img", snap, true));
-  EXPECT_TRUE(logs.has(LM_ERROR,
-                       "Failed to open snapshot by uri 'ceph://rbd/img': unrecognized uri.\n"));
-  const auto count_calls = [](unsigned long, unsigned long, int) { return 0; };
-  EXPECT_FALSE(client.diff_iterate("rbd img", "", count_calls));
+  EXPECT_FALSE(
+      client.diff_iterate("rbd img", "", [](unsigned long, unsigned long, int) { return 1; }));
   EXPECT_TRUE(logs.has(LM_ERROR, "Failed to diff iterate over uri 'rbd img': invalid uri.\n"));
-  EXPECT_FALSE(client.diff_iterate("ceph://rbd/img", "s1", count_calls));
-  EXPECT_TRUE(logs.has(LM_ERROR, "Can't iterate over an image 'ceph://rbd/img' that using a "
-                                 "snapshot 's1' as the starting point.\n"));
-
-  EXPECT_EQ("ceph://rbd/vm1", ceph::Ceph_Client::to_uri("rbd", "vm1"));
   EXPECT_EQ("ceph://rbd/vm1@s1", ceph::Ceph_Client::to_uri("rbd", "vm1", "s1"));
 }
 

@@ -100,8 +100,8 @@ bool Ceph_Group::remove_image(Ceph_Image& img) {
   if (AU_CEPH_LACKS_SYMBOL(rbd_group_image_remove)) return false;
   if (AU_IS_NULL(ctx_.io_ctx_)) return false;
   if (lacks_pool_context(img)) return false;
-  const int r = rbd_group_image_remove(*ctx_.io_ctx_, group_name_.c_str(),
-                                       *img.context().io_ctx_, img.image_name().c_str());
+  const int r = rbd_group_image_remove(*ctx_.io_ctx_, group_name_.c_str(), *img.context().io_ctx_,
+                                       img.image_name().c_str());
   if (r < 0) {
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to remove image %s from group %s: code %d, err %s\n"),
                img.image_name().c_str(), group_name_.c_str(), -r, errno_text(-r).c_str()));
@@ -145,8 +145,8 @@ bool Ceph_Group::list_image(std::vector<Image_Spec>& images) {
   if (AU_CEPH_LACKS_SYMBOL(rbd_group_image_list)) return false;
   if (AU_IS_NULL(ctx_.io_ctx_)) return false;
   size_t count = 0;
-  int r = rbd_group_image_list(*ctx_.io_ctx_, group_name_.c_str(), nullptr,
-                               GROUP_IMAGE_INFO_SIZE, &count);
+  int r = rbd_group_image_list(*ctx_.io_ctx_, group_name_.c_str(), nullptr, GROUP_IMAGE_INFO_SIZE,
+                               &count);
   if (r >= 0) return true;
   std::vector<rbd_group_image_info_t> entries;
   if (r == -ERANGE) {

@@ -27,8 +27,7 @@ const char* errno_text(int positive_code, std::string& keep) {
 
 // Opens `name` (at `snap_name`, or the head when null) into `slot`: read-only opens skip
 // the header watch, so they never make the image busy for a writer or a remover.
-int open_rbd_image(void* io, const char* name, void** slot, const char* snap_name,
-                   bool read_only) {
+int open_rbd_image(void* io, const char* name, void** slot, const char* snap_name, bool read_only) {
   if (read_only && rbd_open_read_only != nullptr)
     return rbd_open_read_only(io, name, slot, snap_name);
   return rbd_open(io, name, slot, snap_name);
@@ -52,7 +51,8 @@ void Ceph_Pool::close_pool() {
 
 bool Ceph_Pool::list_image(std::vector<Image_Spec>& images) {
   if (!ctx_.io_ctx_) {
-    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to list images of the pool '%s': io context wasn't opened.\n"),
+    ACE_ERROR((LM_ERROR,
+               ACE_TEXT("Failed to list images of the pool '%s': io context wasn't opened.\n"),
                pool_name_.c_str()));
     return false;
   }
@@ -89,7 +89,8 @@ bool Ceph_Pool::list_image2(std::vector<Image_Spec>& images) {
   if (AU_CEPH_LACKS_SYMBOL(rbd_list2)) return false;
   if (AU_CEPH_LACKS_SYMBOL(rbd_image_spec_list_cleanup)) return false;
   if (!ctx_.io_ctx_) {
-    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to list images of the pool '%s': io context wasn't opened.\n"),
+    ACE_ERROR((LM_ERROR,
+               ACE_TEXT("Failed to list images of the pool '%s': io context wasn't opened.\n"),
                pool_name_.c_str()));
     return false;
   }
@@ -154,8 +155,8 @@ bool Ceph_Pool::open_snapshot(const std::string& img_name, const std::string& sn
     return false;
   }
   Rbd_Image_var slot = make_snapshot_var();
-  const int r = open_rbd_image(*ctx_.io_ctx_, img_name.c_str(), slot.get(), snap_name.c_str(),
-                               read_only);
+  const int r =
+      open_rbd_image(*ctx_.io_ctx_, img_name.c_str(), slot.get(), snap_name.c_str(), read_only);
   if (error != nullptr) *error = r;
   AU_DEBUG_TRACE((LM_DEBUG, ACE_TEXT("Thread %t called Snapshot::rbd_open(%@) = %d\n"), *slot, r));
   if (r < 0) {
@@ -181,10 +182,9 @@ bool Ceph_Pool::new_image(const std::string& name, unsigned long size, Ceph_Imag
     return false;
   }
   // No "missing symbol" line: a librbd without rbd_create3 simply cannot create images.
-  const int r = rbd_create3 == nullptr
-                    ? -EOPNOTSUPP
-                    : rbd_create3(*ctx_.io_ctx_, name.c_str(), size, features, &order,
-                                  stripe_unit, stripe_count);
+  const int r = rbd_create3 == nullptr ? -EOPNOTSUPP
+                                       : rbd_create3(*ctx_.io_ctx_, name.c_str(), size, features,
+                                                     &order, stripe_unit, stripe_count);
   if (r != 0) {
     std::string text;
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to create image '%s': code %d, msg %s.\n"), name.c_str(),
@@ -230,7 +230,8 @@ bool Ceph_Pool::remove_image(const std::string& img_name, bool purge_snapshots) 
       return false;
     }
   } else if (r == -EBUSY) {
-    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to remove image '%s': image is busy.\n"), img_name.c_str()));
+    ACE_ERROR(
+        (LM_ERROR, ACE_TEXT("Failed to remove image '%s': image is busy.\n"), img_name.c_str()));
     return false;
   } else if (r == -ENOTEMPTY) {
     if (!purge_snapshots) {
@@ -250,8 +251,8 @@ bool Ceph_Pool::remove_image(const std::string& img_name, bool purge_snapshots) 
     if (r >= 0) return true;
   }
   std::string text;
-  ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to remove image '%s': code %d, msg %s.\n"), img_name.c_str(),
-             -r, errno_text(-r, text)));
+  ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to remove image '%s': code %d, msg %s.\n"),
+             img_name.c_str(), -r, errno_text(-r, text)));
   return false;
 }
 

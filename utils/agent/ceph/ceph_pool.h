@@ -43,8 +43,8 @@ class Ceph_Pool {
   // where librbd has it), so the handle never makes the image busy for others.
   bool open_image(const std::string& name, Ceph_Image& image, bool read_only);
   // `error`, when given, receives librbd's result of the open (0 or a negative errno).
-  bool open_snapshot(const std::string& img_name, const std::string& snap_name,
-                     Ceph_Snapshot& snap, bool read_only, int* error = nullptr);
+  bool open_snapshot(const std::string& img_name, const std::string& snap_name, Ceph_Snapshot& snap,
+                     bool read_only, int* error = nullptr);
 
   // rbd_create3; then opens the new image into `image`.
   bool new_image(const std::string& name, unsigned long size, Ceph_Image& image,
