@@ -89,4 +89,29 @@ TEST(Ceph_Client_Arguments, an_empty_id_leaves_a_client_that_refuses_everything)
   EXPECT_EQ("ceph://rbd/vm1@s1", ceph::Ceph_Client::to_uri("rbd", "vm1", "s1"));
 }
 
+// list_pool's two calls against a librados whose answers can be steered by client id.
+TEST(Ceph_Client_Pools, lists_names_and_refuses_a_changing_or_failing_listing) {
+  AU_BINDING_TEST_ALONE_OR_SKIP();
+  const std::string dir = au_test::fake_ceph_dir();
+  ASSERT_TRUE(ceph::Librados_Wrapper::instance()->open("libfake_rados_pools", dir.c_str()));
+  ASSERT_TRUE(ceph::Librbd_Wrapper::instance()->open("libfake_rbd_full", dir.c_str()));
+  au_test::Log_Capture logs;
+  std::vector<std::string> pools{"kept"};
+  ceph::Ceph_Client steady("admin", true);
+  ASSERT_TRUE(steady.connect());
+  ASSERT_TRUE(steady.list_pool(pools)) << logs.dump();
+  EXPECT_EQ((std::vector<std::string>{"kept", "rbd", "backup"}), pools);
+
+  ceph::Ceph_Client grow("grow", true), empty("empty", true), fail("fail", true);
+  EXPECT_FALSE(grow.list_pool(pools));
+  EXPECT_TRUE(
+      logs.has(LM_ERROR, "Unable to list RADOS pools: the count of pool changes during list.\n"));
+  EXPECT_FALSE(empty.list_pool(pools));
+  EXPECT_TRUE(logs.has_check("buf.p_ is NULL"));
+  EXPECT_FALSE(fail.list_pool(pools));
+  EXPECT_TRUE(logs.has(LM_ERROR, "Unable to list RADOS pools: code -5, msg Input/output error.\n"));
+  EXPECT_EQ("Input/output error", fail.error());
+  EXPECT_EQ(3u, pools.size());
+}
+
 }  // namespace
