@@ -3,6 +3,7 @@
 #include <ace/Log_Msg.h>
 
 #include <cerrno>
+#include <cstring>
 #include <new>
 
 #include "framework/base/malloc_buffer.h"

@@ -2,6 +2,7 @@
 
 #include <ace/Log_Msg.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
