@@ -32,3 +32,4 @@ int run_selected_command();
 // Sub-command families, one file each.
 void add_activity_commands(CLI::App& app);
 void add_sdk_commands(CLI::App& app);
+void add_ceph_commands(CLI::App& app);

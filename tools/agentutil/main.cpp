@@ -12,6 +12,7 @@ int main(int argc, char** argv) {
 
   add_activity_commands(app);
   add_sdk_commands(app);
+  add_ceph_commands(app);
 
   try {
     app.parse(argc, argv);

@@ -15,7 +15,7 @@ class Progress {
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
-  // Redraws at most a few times a second; returns false once the user asked to cancel,
+  // Redraws at most a few times a second (total 0: a running count); returns false once the user asked to cancel,
   // so it can serve directly as a librbd-style progress callback result.
   bool update(uint64_t done, uint64_t total);
   void finish();

@@ -1,0 +1,234 @@
+// agentutil oceanstor: what a backup agent asks of an OceanStor array, from a shell.
+//
+//   agentutil oceanstor --host 10.0.0.5 --port 8088 --ssl --ca-file array.pem \
+//       --user admin --password-file pw.txt changed-blocks --lun 11 --size 5368709120
+//
+// The password is read from a file (first line), never taken on the command line.
+#include <fstream>
+#include <iostream>
+#include <memory>
+
+#include "framework/json/writer.h"
+#include "tools/agentutil/cli_common.h"
+#include "utils/agent/oceanstor/oceanstor_client.h"
+
+void add_oceanstor_commands(CLI::App& app);
+
+namespace {
+
+using json_spirit::Array;
+using json_spirit::Object;
+using json_spirit::Value;
+
+struct Array_Args {
+  std::string host = "127.0.0.1";
+  unsigned port = 8088;
+  bool ssl = false;
+  std::string ca_file;
+  std::string device_id;
+  std::string user;
+  std::string password_file;
+  std::string scope;
+  std::string lun;
+  std::string snapshot;
+  std::string group;
+  std::string host_id;
+  std::string base;
+  unsigned long size = 0;
+};
+
+// The library's client with the CA file of an array whose certificate no public
+// authority signed.
+class Cli_Client : public oceanstor::OceanStor_Client {
+ public:
+  Cli_Client(const oceanstor::Device_Manager_Info& info, std::string ca_file)
+      : OceanStor_Client(info), ca_file_(std::move(ca_file)) {
+    prepare_connection(restful_client());
+  }
+
+ protected:
+  void prepare_connection(JSON_RESTful_Client& client) override {
+    if (!ca_file_.empty()) client.ca_file(ca_file_.c_str());
+  }
+
+ private:
+  std::string ca_file_;
+};
+
+void print_json(const Value& v) { std::cout << json_spirit::write(v, true) << "\n"; }
+
+// Logged in, with the array's own device id in place for the URLs.
+std::unique_ptr<Cli_Client> connect(const Array_Args& a) {
+  std::ifstream in(a.password_file);
+  oceanstor::Device_Manager_Info info;
+  if (!in || !std::getline(in, info.auth_info.password)) {
+    cli::fail("cannot read the password file '" + a.password_file + "'");
+    return nullptr;
+  }
+  info.host = a.host;
+  info.port = a.port;
+  info.ssl = a.ssl;
+  info.device_id = a.device_id;
+  info.auth_info.username = a.user;
+  info.auth_info.scope = a.scope;
+  std::unique_ptr<Cli_Client> client(new Cli_Client(info, a.ca_file));
+  if (!client->test_login()) {
+    cli::fail("cannot log in to " + a.host);
+    return nullptr;
+  }
+  return client;
+}
+
+Object lun_json(const oceanstor::LUN& l) {
+  return Object{{"id", l.id}, {"name", l.name}, {"wwn", l.wwn}, {"type", l.type},
+                {"exposed", l.exposed_to_initiator}, {"host_lun_id", l.host_lun_id}};
+}
+
+int login(const Array_Args& a) {
+  auto client = connect(a);
+  if (!client) return 1;
+  if (cli::options().json)
+    print_json(Object{{"device_id", client->auth().device_id}});
+  else
+    std::cout << "logged in, device id " << client->auth().device_id << "\n";
+  return 0;
+}
+
+int show_lun(const Array_Args& a) {
+  auto client = connect(a);
+  if (!client) return 1;
+  oceanstor::LUN lun;
+  if (!client->get_lun(a.lun, lun)) return cli::fail("cannot read LUN '" + a.lun + "'");
+  if (cli::options().json)
+    print_json(lun_json(lun));
+  else
+    std::cout << lun.id << "  " << lun.name << "  wwn " << lun.wwn << "  exposed " << lun.exposed_to_initiator << "\n";
+  return 0;
+}
+
+int show_snapshot(const Array_Args& a) {
+  auto client = connect(a);
+  if (!client) return 1;
+  oceanstor::Snapshot snap;
+  if (!client->get_snapshot(a.snapshot, snap)) return cli::fail("cannot read snapshot '" + a.snapshot + "'");
+  if (cli::options().json)
+    print_json(Object{{"id", snap.id}, {"name", snap.name}, {"wwn", snap.wwn}, {"exposed", snap.exposed_to_initiator}});
+  else
+    std::cout << snap.id << "  " << snap.name << "  wwn " << snap.wwn << "  exposed " << snap.exposed_to_initiator
+              << "\n";
+  return 0;
+}
+
+// attach / detach of whichever of --lun and --snapshot was given.
+int map_object(const Array_Args& a, bool attach) {
+  if (a.lun.empty() == a.snapshot.empty()) return cli::fail("give exactly one of --lun and --snapshot");
+  auto client = connect(a);
+  if (!client) return 1;
+  const bool done = a.lun.empty()
+                        ? (attach ? client->attach_snapshot(a.snapshot, a.group) : client->detach_snapshot(a.snapshot, a.group))
+                        : (attach ? client->attach_lun(a.lun, a.group) : client->detach_lun(a.lun, a.group));
+  const std::string what = a.lun.empty() ? "snapshot '" + a.snapshot + "'" : "LUN '" + a.lun + "'";
+  if (!done) return cli::fail(std::string(attach ? "cannot attach " : "cannot detach ") + what);
+  if (!cli::options().json) std::cout << (attach ? "attached " : "detached ") << what << "\n";
+  return 0;
+}
+
+int list_hosts(const Array_Args& a) {
+  if (a.lun.empty() == a.snapshot.empty()) return cli::fail("give exactly one of --lun and --snapshot");
+  auto client = connect(a);
+  if (!client) return 1;
+  std::vector<oceanstor::Host> hosts;
+  const bool read = a.lun.empty() ? client->get_snapshot_belong_hosts(a.snapshot, hosts)
+                                  : client->get_lun_belong_hosts(a.lun, hosts);
+  if (!read) return cli::fail("cannot list hosts");
+  Array out;
+  for (const auto& h : hosts) {
+    out.push_back(Object{{"id", h.id}, {"name", h.name}, {"ip", h.ip}});
+    if (!cli::options().json) std::cout << h.id << "  " << h.name << "  " << h.ip << "\n";
+  }
+  if (cli::options().json) print_json(out);
+  return 0;
+}
+
+int list_links(const Array_Args& a) {
+  auto client = connect(a);
+  if (!client) return 1;
+  std::vector<oceanstor::Host_Link> links;
+  if (!client->get_fc_host_links(a.host_id, links)) return cli::fail("cannot list FC links of host " + a.host_id);
+  Array out;
+  for (const auto& l : links) {
+    out.push_back(Object{{"id", l.id}, {"initiator", l.initiator_port_wwn}, {"target", l.target_port_wwn}});
+    if (!cli::options().json) std::cout << l.id << "  " << l.initiator_port_wwn << " -> " << l.target_port_wwn << "\n";
+  }
+  if (cli::options().json) print_json(out);
+  return 0;
+}
+
+int changed_blocks(const Array_Args& a) {
+  auto client = connect(a);
+  if (!client) return 1;
+  std::vector<Block> blocks;
+  unsigned long chunk_size = 0;
+  if (!client->get_changed_blocks(a.lun, a.base.empty() ? nullptr : &a.base, a.size, blocks, chunk_size))
+    return cli::fail("cannot read the changed blocks of LUN '" + a.lun + "'");
+  if (cli::options().json) {
+    Array out;
+    for (const auto& b : blocks) out.push_back(Object{{"offset", b.offset}, {"length", b.length}});
+    print_json(Object{{"chunk_size", static_cast<uint64_t>(chunk_size)}, {"blocks", out}});
+    return 0;
+  }
+  std::cout << "chunk size " << chunk_size << ", " << blocks.size() << " extents (in chunks)\n";
+  for (const auto& b : blocks) std::cout << b.offset << " +" << b.length << "\n";
+  return 0;
+}
+
+}  // namespace
+
+void add_oceanstor_commands(CLI::App& app) {
+  static Array_Args args;
+  CLI::App* array = app.add_subcommand("oceanstor", "OceanStor array: LUNs, snapshots, mapping, bitmaps");
+  array->require_subcommand(1);
+  array->add_option("--host", args.host, "Device manager address");
+  array->add_option("--port", args.port, "Device manager port")->check(CLI::Range(1, 65535));
+  array->add_flag("--ssl", args.ssl, "Use HTTPS");
+  array->add_option("--ca-file", args.ca_file, "PEM file of the array's certificate or its CA");
+  array->add_option("--device-id", args.device_id, "Array device id (taken from the login otherwise)");
+  array->add_option("--user", args.user, "User name")->required();
+  array->add_option("--password-file", args.password_file, "File whose first line is the password")->required();
+  array->add_option("--scope", args.scope, "Login scope (0: local user)");
+
+  cli::set_command(array->add_subcommand("login", "Log in and print the device id"), [] { return login(args); });
+
+  CLI::App* lun = array->add_subcommand("lun", "Show one LUN");
+  lun->add_option("id", args.lun, "LUN id")->required();
+  cli::set_command(lun, [] { return show_lun(args); });
+
+  CLI::App* snap = array->add_subcommand("snapshot", "Show one snapshot");
+  snap->add_option("id", args.snapshot, "Snapshot id")->required();
+  cli::set_command(snap, [] { return show_snapshot(args); });
+
+  for (const bool attach : {true, false}) {
+    CLI::App* cmd = array->add_subcommand(attach ? "attach" : "detach",
+                                          attach ? "Add a LUN or snapshot to a lun group"
+                                                 : "Remove a LUN or snapshot from a lun group and wait until unexposed");
+    cmd->add_option("--lun", args.lun, "LUN id");
+    cmd->add_option("--snapshot", args.snapshot, "Snapshot id");
+    cmd->add_option("--group", args.group, "Lun group id")->required();
+    cli::set_command(cmd, [attach] { return map_object(args, attach); });
+  }
+
+  CLI::App* hosts = array->add_subcommand("hosts", "Hosts a LUN or snapshot is mapped to");
+  hosts->add_option("--lun", args.lun, "LUN id");
+  hosts->add_option("--snapshot", args.snapshot, "Snapshot id");
+  cli::set_command(hosts, [] { return list_hosts(args); });
+
+  CLI::App* links = array->add_subcommand("fc-links", "Healthy Fibre Channel links of a host");
+  links->add_option("host", args.host_id, "Host id")->required();
+  cli::set_command(links, [] { return list_links(args); });
+
+  CLI::App* changed = array->add_subcommand("changed-blocks", "Allocated chunks of a LUN, or chunks differing from a base");
+  changed->add_option("--lun", args.lun, "LUN or snapshot id")->required();
+  changed->add_option("--size", args.size, "LUN size in bytes")->required();
+  changed->add_option("--base", args.base, "Base LUN or snapshot id (incremental)");
+  cli::set_command(changed, [] { return changed_blocks(args); });
+}
