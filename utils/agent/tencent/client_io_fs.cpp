@@ -107,7 +107,12 @@ bool get_mounted_paths(const char* mount_table, std::set<std::string>& out) {
 bool parse_command_line(const std::string& command_line, std::string& url,
                         std::string& mount_dir) {
   boost::smatch m;
-  if (!boost::regex_search(command_line, m, url_pattern())) return false;
+  try {
+    if (!boost::regex_search(command_line, m, url_pattern())) return false;
+  } catch (const std::exception& e) {
+    AU_DEBUG_TRACE((LM_DEBUG, ACE_TEXT("Thread %t gave up matching a command line: %C\n"), e.what()));
+    return false;
+  }
   url = m[1].str() + m[2].str();
   mount_dir = m[3].str();
   return true;
@@ -127,12 +132,7 @@ bool list_processes(const char* proc_root, const char* mount_table,
   for (const Listed_Process& p : listed) {
     Client_IO_FS_Process process;
     process.pid = p.pid;
-    try {
-      if (!parse_command_line(p.command_line, process.url, process.mount_dir)) continue;
-    } catch (const std::exception& e) {
-      AU_DEBUG_TRACE((LM_DEBUG, ACE_TEXT("Thread %t skipped process %d: %C\n"), p.pid, e.what()));
-      continue;
-    }
+    if (!parse_command_line(p.command_line, process.url, process.mount_dir)) continue;
     process.mounted = mounted.count(process.mount_dir) != 0;
     if (!process.mounted)
       ACE_ERROR((LM_ERROR, ACE_TEXT("%C has unmonted, but process clntiofs_i (pid %d) does not exit\n"),
