@@ -1,5 +1,5 @@
 // Ceph_Pool on the sandbox cluster: images created, listed, opened and removed (busy, with
-// snapshots, protected ones too), an empty pool, and pool metadata.
+// snapshots, protected ones too) and pool metadata.
 #include "utils/agent/ceph/ceph_pool.h"
 
 #include <gtest/gtest.h>
@@ -78,19 +78,6 @@ TEST_F(Ceph_Pool_On_Cluster, removes_an_image_with_snapshots_only_when_asked_to_
   EXPECT_TRUE(pool_.remove_image(name, true)) << logs_.dump();
   EXPECT_TRUE(logs_.has(LM_WARNING, "Image '" + name + "' is not empty, purging its snapshots.\n"));
   EXPECT_FALSE(exists_on_cluster(name));
-}
-
-TEST_F(Ceph_Pool_On_Cluster, an_empty_pool_lists_no_images) {
-  const std::string name = au_test::unique_ceph_name("pempty");
-  cleanup_.commands.push_back("ceph osd pool rm " + name + " " + name +
-                              " --yes-i-really-really-mean-it");
-  ASSERT_TRUE(
-      au_test::run_ceph_cli("ceph osd pool create " + name + " 8 >/dev/null 2>&1", nullptr));
-  ceph::Ceph_Pool empty;
-  ASSERT_TRUE(client_->open_pool(name, empty));
-  std::vector<ceph::Image_Spec> images(1);
-  EXPECT_TRUE(empty.list_image(images));
-  EXPECT_EQ(1u, images.size());  // appended to, nothing added
 }
 
 TEST_F(Ceph_Pool_On_Cluster, keeps_pool_metadata) {
