@@ -1,6 +1,6 @@
 // agentutil oceanstor: what a backup agent asks of an OceanStor array, from a shell.
 //
-//   agentutil oceanstor --host 10.0.0.5 --port 8088 --ssl --ca-file array.pem \
+//   agentutil oceanstor --host 10.0.0.5 --port 8088 --ssl --ca-file array.pem
 //       --user admin --password-file pw.txt changed-blocks --lun 11 --size 5368709120
 //
 // The password is read from a file (first line), never taken on the command line.
