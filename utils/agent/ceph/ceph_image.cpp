@@ -121,9 +121,11 @@ bool Ceph_Image::is_snapshot_exist(const std::string& snap_name, bool& exists) {
     Ceph_Pool pool(ctx_);
     pool.pool_name(pool_name_);
     Ceph_Snapshot probe;
-    pool.open_snapshot(image_name_, snap_name, probe, true, &r);
-    if (r == -ENOENT) r = 0;
-    else if (r >= 0) exists = true;
+    r = -EINVAL;  // unless the pool reports librbd's answer
+    if (pool.open_snapshot(image_name_, snap_name, probe, true, &r))
+      exists = true, r = 0;
+    else if (r == -ENOENT)
+      r = 0;
   }
   if (r < 0) {
     const Ceph_Error e(r);

@@ -20,11 +20,13 @@ std::string lacks(const std::string& sym) {
   return "Failed to get symbol " + sym + "This version of Ceph doesn't support it.\n";
 }
 
-// An image whose handle slot holds a dummy value that is never closed.
+// An image whose handle slots hold a dummy value that is never closed.
 Ceph_Image fake_open_image() {
   static int dummy = 0;
   ceph::Ceph_Context ctx;
-  ctx.img_ctx_ = ceph::Rbd_Image_var(new void*(&dummy), [](void** slot) { delete slot; });
+  const auto slot_only = [](void** slot) { delete slot; };
+  ctx.io_ctx_ = ceph::Rados_IO_Ctx_var(new void*(&dummy), slot_only);
+  ctx.img_ctx_ = ceph::Rbd_Image_var(new void*(&dummy), slot_only);
   Ceph_Image image(ctx);
   image.image_name("img");
   return image;
@@ -81,6 +83,12 @@ TEST(Ceph_Image_Fallbacks, old_librbd_takes_the_older_calls_or_names_the_missing
   EXPECT_TRUE(logs.has(LM_ERROR, "Failed to remove snapshot s1 for image img: err 38, msg "
                                  "Function not implemented.\n"));
   EXPECT_FALSE(logs.has_fragment(LM_ERROR, "This version of Ceph")) << logs.dump();
+  bool exists = true;  // no rbd_snap_exists: opening the snapshot answers
+  EXPECT_FALSE(image.is_snapshot_exist("s1", exists));
+  EXPECT_FALSE(exists);
+  EXPECT_TRUE(logs.has(LM_ERROR, "Failed to check whether snapshot s1 of image 'img' exists: "
+                                 "code 38, msg Function not implemented.\n"))
+      << logs.dump();
 
   // Refused, naming what is missing (rbd_resize shrinks always and has no progress).
   const std::pair<bool, const char*> refused[] = {

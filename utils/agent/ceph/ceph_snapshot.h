@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <utility>
 
 #include "framework/base/basic_string_arg.h"
 #include "utils/agent/block.h"
