@@ -102,6 +102,7 @@ void OceanStor_Sim::stop() {
     std::lock_guard<std::mutex> lock(mutex_);
     stopping_ = true;
   }
+  stop_cv_.notify_all();
   if (thread_.joinable()) {
     server_->stop();
     thread_.join();
@@ -225,8 +226,9 @@ void OceanStor_Sim::serve(const httplib::Request& req, httplib::Response& res) {
   }
   Sim_Fault fault;
   if (take_fault(request.path, fault)) {
-    if (fault.delay_ms > 0) std::this_thread::sleep_for(std::chrono::milliseconds(fault.delay_ms));
-    if (fault.drop_connection) {
+    // A slow reply; one cut short by stop() is dropped rather than answered.
+    const bool stopped = fault.delay_ms > 0 && wait_for_stop(fault.delay_ms);
+    if (stopped || fault.drop_connection) {
       res.status = 200;
       res.set_content_provider(DROPPED_BODY_LENGTH, "application/json",
                                [](std::size_t, std::size_t, httplib::DataSink&) { return false; });
@@ -243,6 +245,11 @@ void OceanStor_Sim::serve(const httplib::Request& req, httplib::Response& res) {
   res.status = reply.status;
   if (!set_cookie.empty()) res.set_header("Set-Cookie", set_cookie);
   res.set_content(reply.body, reply.content_type.c_str());
+}
+
+bool OceanStor_Sim::wait_for_stop(int milliseconds) {
+  std::unique_lock<std::mutex> lock(mutex_);
+  return stop_cv_.wait_for(lock, std::chrono::milliseconds(milliseconds), [this] { return stopping_; });
 }
 
 bool OceanStor_Sim::authorized(const Sim_Request& request) const {

@@ -10,6 +10,7 @@
 // reads. It records every request and misbehaves on demand.
 #pragma once
 
+#include <condition_variable>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -121,6 +122,8 @@ class OceanStor_Sim {
   void serve(const httplib::Request& req, httplib::Response& res);
   bool take_fault(const std::string& path, Sim_Fault& fault);
   bool take_endless(const std::string& path);
+  // Blocks until stop() begins or the time passes; true when stopping.
+  bool wait_for_stop(int milliseconds);
   Sim_Reply dispatch(const Sim_Request& request, std::string& set_cookie);
   Sim_Reply route(const Sim_Request& request, const std::string& resource);
   bool authorized(const Sim_Request& request) const;
@@ -146,6 +149,7 @@ class OceanStor_Sim {
   std::string device_id_;
 
   mutable std::mutex mutex_;
+  std::condition_variable stop_cv_;
   bool stopping_ = false;
   std::string username_ = "admin";
   std::string password_ = "Admin@storage1";

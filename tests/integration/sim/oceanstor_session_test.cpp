@@ -140,7 +140,9 @@ TEST_F(OceanStor_Session, failed_exchanges_count_only_when_the_reply_body_says_s
       << log.dump();
   EXPECT_TRUE(log.has(LM_ERROR, "Failed to get OceanStor lun '1' info.\n")) << log.dump();
 
-  // A reply that never ends is given up, not waited for.
+  // A slow reply is waited for; a reply that never ends is given up.
+  sim.inject(path, Sim_Fault::delay(20));
+  EXPECT_TRUE(client->get_lun("1", lun));
   log.clear();
   sim.inject_endless_reply(path);
   EXPECT_FALSE(client->get_lun("1", lun));
