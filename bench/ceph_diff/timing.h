@@ -1,0 +1,48 @@
+// Clocks and the median for the comparisons. Wall time for work that spans processes and
+// the cluster; the calling thread's CPU time for in-memory work, which other jobs on a
+// busy machine disturb less.
+#pragma once
+
+#include <time.h>
+
+#include <algorithm>
+#include <chrono>
+#include <vector>
+
+namespace cephbench {
+
+class Wall_Clock {
+ public:
+  Wall_Clock() : start_(std::chrono::steady_clock::now()) {}
+  double ms() const {
+    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start_)
+        .count();
+  }
+
+ private:
+  std::chrono::steady_clock::time_point start_;
+};
+
+class Thread_Cpu_Clock {
+ public:
+  Thread_Cpu_Clock() : start_(now_ns()) {}
+  double ms() const { return static_cast<double>(now_ns() - start_) / 1e6; }
+
+ private:
+  static long long now_ns() {
+    timespec ts{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
+    return static_cast<long long>(ts.tv_sec) * 1000000000LL + ts.tv_nsec;
+  }
+  long long start_;
+};
+
+// The middle value; the mean of the two middle ones for an even count. 0 when empty.
+inline double median(std::vector<double> values) {
+  if (values.empty()) return 0;
+  std::sort(values.begin(), values.end());
+  const size_t mid = values.size() / 2;
+  return values.size() % 2 ? values[mid] : (values[mid - 1] + values[mid]) / 2;
+}
+
+}  // namespace cephbench
