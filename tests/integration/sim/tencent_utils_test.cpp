@@ -10,7 +10,10 @@
 #include <string>
 #include <vector>
 
+#include <ace/ACE.h>
+
 #include "framework/base/temp_dir_test.h"
+#include "framework/http/host_manager.h"
 #include "framework/http/http_options.h"
 #include "framework/json/reader.h"
 #include "framework/jsonrpc/json_rpc_http_session.h"
@@ -93,6 +96,25 @@ TEST_F(Agent_Mount_Requests, mount_sends_exactly_the_options_given) {
 
   agent_->refuse_remote("http://s3.local/bucket");
   EXPECT_FALSE(mount("/mnt/b", nullptr));
+}
+
+TEST_F(Agent_Mount_Requests, keys_never_reach_a_log_line_even_when_tracing) {
+  Host_Manager::instance()->access_key("host-key-123");
+  Channel_Fault refused;
+  refused.message = "mount refused";
+  channel_.inject(refused);
+  au_test::Log_Capture logs;
+  ACE::debug(true);
+  EXPECT_FALSE(mount("/mnt/a", nullptr, nullptr, "aes", "iv-16"));
+  ACE::debug(false);
+  Host_Manager::instance()->access_key("");
+  EXPECT_EQ("host-key-123", sim_.requests_to("/d2/jr").at(0).header("X-Access-Key"));
+  EXPECT_TRUE(logs.has(LM_ERROR, "channel.forward failed, method agent.mount, channel_id agent-7, "
+                                 "code -32000: mount refused.\n"))
+      << logs.dump();
+  EXPECT_TRUE(logs.has_fragment(LM_DEBUG, "called HTTP_Session::send(POST ")) << "headers traced";
+  for (const char* secret : {"host-key-123", "secret-key", "c2VjcmV0LWtleQ==", "aXYtMTY="})
+    EXPECT_EQ(std::string::npos, logs.dump().find(secret)) << secret;
 }
 
 TEST_F(Agent_Mount_Requests, bad_mount_arguments_are_refused_before_any_request) {
