@@ -89,6 +89,7 @@ class Backupd_Sim {
   Backupd_Sim& operator=(const Backupd_Sim&) = delete;
 
   // Binds 127.0.0.1 (port 0: any free port) and serves on a thread of its own.
+  // One run per object: after stop() make a new simulator.
   bool start(unsigned short port = 0);
   // Idempotent; delayed handlers are woken so that stopping never waits on them.
   void stop();
