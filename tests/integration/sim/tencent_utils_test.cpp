@@ -197,14 +197,17 @@ class Serving_Process {
   explicit Serving_Process(const std::string& mount_dir) {
     pid_ = ::fork();
     if (pid_ == 0) {
+      // A group of its own, so the shell's sleep goes with it.
+      ::setpgid(0, 0);
       ::execl("/bin/sh", "sh", "-c", "sleep 60; :", "clntiofs_i", "http://127.0.0.1:1/bucket",
               mount_dir.c_str(), "-f", static_cast<char*>(nullptr));
       ::_exit(127);
     }
+    if (pid_ > 0) ::setpgid(pid_, pid_);  // both sides, whichever runs first
   }
   ~Serving_Process() {
     if (pid_ > 0) {
-      ::kill(pid_, SIGKILL);
+      ::kill(-pid_, SIGKILL);
       ::waitpid(pid_, nullptr, 0);
     }
   }
