@@ -165,18 +165,19 @@ int read_bytes(const Ceph_Args& a) {
   constexpr uint64_t STEP = 4 << 20;
   std::vector<char> buf(STEP);
   cli::Progress progress("reading");
-  int status = 0;
-  for (uint64_t done = 0; done < length && status == 0;) {
+  std::string error;
+  for (uint64_t done = 0; done < length && error.empty();) {
     const uint64_t n = std::min(STEP, length - done);
     const int r = snap.read(a.offset + done, n, buf.data(), 0);
-    if (r < 0) status = cli::fail("read failed at offset " + std::to_string(a.offset + done));
-    else if (!write_all(fd, buf.data(), static_cast<size_t>(r))) status = cli::fail("cannot write output");
+    if (r < 0) error = "read failed at offset " + std::to_string(a.offset + done);
+    else if (!write_all(fd, buf.data(), static_cast<size_t>(r))) error = "cannot write output";
     else if (r == 0) break;
     else done += static_cast<uint64_t>(r);
-    if (status == 0 && !progress.update(done, length)) status = cli::fail("cancelled");
+    if (error.empty() && !progress.update(done, length)) error = "cancelled";
   }
   progress.finish();
   if (fd != STDOUT_FILENO) ::close(fd);
+  const int status = error.empty() ? 0 : cli::fail(error);
   return status;
 }
 
