@@ -33,3 +33,5 @@ int run_selected_command();
 void add_activity_commands(CLI::App& app);
 void add_sdk_commands(CLI::App& app);
 void add_ceph_commands(CLI::App& app);
+void add_backupd_commands(CLI::App& app);
+void add_mounts_commands(CLI::App& app);

@@ -13,6 +13,8 @@ int main(int argc, char** argv) {
   add_activity_commands(app);
   add_sdk_commands(app);
   add_ceph_commands(app);
+  add_backupd_commands(app);
+  add_mounts_commands(app);
 
   try {
     app.parse(argc, argv);
