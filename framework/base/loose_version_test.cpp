@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <utility>
 #include <vector>
 
 TEST(Loose_Version, validity_needs_a_leading_digit_and_only_version_characters) {
@@ -23,11 +24,9 @@ TEST(Loose_Version, orders_numbers_numerically_and_tags_before_releases) {
     EXPECT_LT(older.compare(newer), 0) << ascending[i] << " < " << ascending[i + 1];
     EXPECT_TRUE(older < newer && newer > older && older != newer) << ascending[i];
   }
-}
-
-TEST(Loose_Version, equal_versions_may_be_spelled_differently) {
-  const std::pair<const char*, const char*> same[] = {
-      {"1.0", "1.0.0"}, {"v1.2", "1.2"}, {"1.007", "1.7"}, {"1.0RC1", "1.0-rc.1"}, {"x", "y"}};
-  for (const auto& p : same)
-    EXPECT_TRUE(Loose_Version(p.first) == Loose_Version(p.second)) << p.first << " " << p.second;
+  // Equal versions may be spelled differently.
+  for (const auto& [a, b] : {std::make_pair("1.0", "1.0.0"), std::make_pair("v1.2", "1.2"),
+                             std::make_pair("1.007", "1.7"), std::make_pair("1.0RC1", "1.0-rc.1"),
+                             std::make_pair("x", "y")})
+    EXPECT_TRUE(Loose_Version(a) == Loose_Version(b)) << a << " " << b;
 }
