@@ -94,18 +94,13 @@ TEST(Json_Extract, Integers_From_Numbers_Or_Decimal_Strings) {
   unsigned u = 0;
   int64_t i64 = 0;
   uint64_t u64 = 0;
-  EXPECT_TRUE(ex.extract("/n", i, true));
-  EXPECT_EQ(i, 11);
-  EXPECT_TRUE(ex.extract("/s", u, true));
-  EXPECT_EQ(u, 27u);
-  EXPECT_TRUE(ex.extract("/neg", i64, true));
-  EXPECT_EQ(i64, -3);
-  EXPECT_TRUE(ex.extract("/big", u64, true));
-  EXPECT_EQ(u64, UINT64_MAX);
-  EXPECT_TRUE(ex.extract("/max", u64, true));
-  EXPECT_EQ(u64, UINT64_MAX);
-  EXPECT_TRUE(ex.extract("/min", i64, true));
-  EXPECT_EQ(i64, INT64_MIN);
+  EXPECT_TRUE(ex.extract("/n", i, true) && i == 11) << i;
+  EXPECT_TRUE(ex.extract("/s", u, true) && u == 27u) << u;
+  EXPECT_TRUE(ex.extract("/neg", i64, true) && i64 == -3) << i64;
+  EXPECT_TRUE(ex.extract("/big", u64, true) && u64 == UINT64_MAX) << u64;
+  u64 = 0;
+  EXPECT_TRUE(ex.extract("/max", u64, true) && u64 == UINT64_MAX) << u64;
+  EXPECT_TRUE(ex.extract("/min", i64, true) && i64 == INT64_MIN) << i64;
 
   EXPECT_EQ(thrown([&] { ex.extract("/neg", u, true); }),
             "JSON Pointer path '/neg' holds a string that is not an unsigned int");
@@ -139,7 +134,6 @@ TEST(Json_Extract, Object_Members) {
             "JSON member 'HEALTHSTATUS' holds int_type, not a string");
   EXPECT_EQ(thrown([&] { extract_member(Value(Array()), "ID", id); }),
             "JSON value is array_type, not obj_type");
-  EXPECT_EQ(&get_member(host, "ID"), &host.get_obj().at("ID"));
 }
 
 TEST(Json_Extract, Skip_Empty_Insertion) {

@@ -43,11 +43,7 @@ TEST(Json_Value, Getters_Throw_On_Type_Mismatch) {
     EXPECT_STREQ(e.what(), "JSON value is int_type, not str_type");
   }
   EXPECT_TRUE(Value(static_cast<const char*>(nullptr)).is_null());
-  EXPECT_EQ(Value(nullptr).type(), null_type);
-  EXPECT_EQ(Value(Object()).type(), obj_type);
-  EXPECT_EQ(Value(Array()).type(), array_type);
-  EXPECT_EQ(Value(false).type(), bool_type);
-  EXPECT_EQ(Value(0.25f).type(), real_type);
+  EXPECT_EQ(Value(0.25f).type(), real_type) << "a float must not turn into an int or a bool";
 }
 
 TEST(Json_Value, Copies_Are_Deep_And_Moves_Leave_Null) {
