@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cstring>
 #include <string>
+#include <tuple>
 
 #include "framework/http/http_header_ids.h"
 #include "framework/http/http_retry.h"
@@ -53,15 +54,10 @@ class HTTP_Session_Test : public ::testing::Test {
       res.set_header("Set-Cookie", "lang=en");
       res.set_content("hi", "text/plain");
     });
-    server_.on("POST", "/echo", [](const httplib::Request& req, httplib::Response& res) {
-      res.set_content(req.body, "text/plain");
-    });
-    server_.on("PUT", "/echo", [](const httplib::Request& req, httplib::Response& res) {
-      res.set_content(req.body, "text/plain");
-    });
-    server_.on("DELETE", "/echo", [](const httplib::Request& req, httplib::Response& res) {
-      res.set_content(req.body, "text/plain");
-    });
+    for (const char* method : {"POST", "PUT", "DELETE"})
+      server_.on(method, "/echo", [](const httplib::Request& req, httplib::Response& res) {
+        res.set_content(req.body, "text/plain");
+      });
     server_.on("GET", "/flaky", [this](const httplib::Request&, httplib::Response& res) {
       res.status = failures_left_-- > 0 ? 503 : 200;
     });
@@ -251,30 +247,21 @@ TEST_F(HTTP_Session_Test, stalls_and_refusals_end_in_retryable_errors) {
 TEST_F(HTTP_Session_Test, retries_only_what_may_succeed_and_stay_bounded) {
   HTTP_Session session(local(server_.port()));
   HTTP_Retry_Policy policy;
-  policy.retries = 3;
   policy.interval_ms = 1;
   HTTP_Response resp;
   std::string error;
-  failures_left_ = 2;
-  ASSERT_TRUE(http_send_with_retries(session, HTTP_Request(HTTP_GET, "/flaky"), HTTP_Headers(),
-                                     HTTP_Request_Body(), resp, policy, error));
-  EXPECT_EQ(200, resp.status());
-  EXPECT_EQ(3u, server_.requests().size());
-
-  server_.clear_requests();
-  failures_left_ = 10;
-  policy.retries = 1;
-  ASSERT_TRUE(http_send_with_retries(session, HTTP_Request(HTTP_GET, "/flaky"), HTTP_Headers(),
-                                     HTTP_Request_Body(), resp, policy, error));
-  EXPECT_EQ(503, resp.status());
-  EXPECT_EQ(2u, server_.requests().size());
-
-  server_.clear_requests();
-  policy.retries = 3;
-  ASSERT_TRUE(http_send_with_retries(session, HTTP_Request(HTTP_GET, "/forbidden"), HTTP_Headers(),
-                                     HTTP_Request_Body(), resp, policy, error));
-  EXPECT_EQ(403, resp.status());
-  EXPECT_EQ(1u, server_.requests().size());
+  // {failures before success, retries, path, final status, requests made}
+  const std::tuple<int, int, const char*, int, size_t> cases[] = {
+      {2, 3, "/flaky", 200, 3}, {10, 1, "/flaky", 503, 2}, {0, 3, "/forbidden", 403, 1}};
+  for (const auto& [failures, retries, path, status, requests] : cases) {
+    server_.clear_requests();
+    failures_left_ = failures;
+    policy.retries = retries;
+    ASSERT_TRUE(http_send_with_retries(session, HTTP_Request(HTTP_GET, path), HTTP_Headers(),
+                                       HTTP_Request_Body(), resp, policy, error));
+    EXPECT_EQ(status, resp.status()) << path;
+    EXPECT_EQ(requests, server_.requests().size()) << path << " " << retries;
+  }
 
   // Unreachable: every retry is spent, a streamed body starting over each time.
   Counting_Source source(2, false);
@@ -295,28 +282,23 @@ TEST(HTTP_Session_TLS, verifies_certificates_unless_told_not_to) {
   ASSERT_TRUE(server.start());
   HTTP_Response resp;
   HTTP_Transport_Error error;
-
-  HTTP_Session verifying(local(server.port(), true));
-  EXPECT_FALSE(verifying.send(HTTP_Request(HTTP_GET, "/hello"), HTTP_Headers(), HTTP_Request_Body(),
-                              resp, error));
+  const auto get = [&](const HTTP_Connection_Settings& s) {
+    HTTP_Session session(s);
+    return session.send(HTTP_Request(HTTP_GET, "/hello"), HTTP_Headers(), HTTP_Request_Body(),
+                        resp, error);
+  };
+  EXPECT_FALSE(get(local(server.port(), true)));
   EXPECT_FALSE(error.retryable);
   EXPECT_NE(std::string::npos, error.message.find("(curl code 60)")) << error.message;
 
-  HTTP_Connection_Settings trusting = local(server.port(), true);
+  HTTP_Connection_Settings trusting = local(server.port(), true), blind = trusting;
   trusting.ca_file = cert.cert_file();
-  HTTP_Session with_ca(trusting);
-  ASSERT_TRUE(with_ca.send(HTTP_Request(HTTP_GET, "/hello"), HTTP_Headers(), HTTP_Request_Body(),
-                           resp, error))
-      << error.message;
-  EXPECT_EQ("secure", resp.body());
-
-  HTTP_Connection_Settings blind = local(server.port(), true);
   blind.verify_peer = false;
-  HTTP_Session unverified(blind);
-  ASSERT_TRUE(unverified.send(HTTP_Request(HTTP_GET, "/hello"), HTTP_Headers(), HTTP_Request_Body(),
-                              resp, error))
-      << error.message;
-  EXPECT_EQ("secure", resp.body());
+  for (const HTTP_Connection_Settings& s : {trusting, blind}) {
+    resp.clear();
+    ASSERT_TRUE(get(s)) << error.message;
+    EXPECT_EQ("secure", resp.body());
+  }
 }
 
 TEST_F(HTTP_Session_Test, debug_traces_never_show_secrets) {
