@@ -28,7 +28,9 @@ class Loose_Version {
  public:
   Loose_Version() = default;
   explicit Loose_Version(const char* text);
-  explicit Loose_Version(const std::string& text) : Loose_Version(text.c_str()) {}
+  // A NUL inside the text makes it invalid rather than cutting it short.
+  explicit Loose_Version(const std::string& text)
+      : Loose_Version(text.find('\0') == std::string::npos ? text.c_str() : nullptr) {}
 
   explicit operator bool() const { return valid_; }
   const std::string& str() const { return text_; }

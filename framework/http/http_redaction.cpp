@@ -22,3 +22,18 @@ std::string http_headers_for_log(const HTTP_Headers& headers) {
   }
   return text;
 }
+
+std::string http_cookie_for_log(const std::string& cookie) {
+  std::string text;
+  size_t start = 0;
+  while (start <= cookie.size()) {
+    size_t end = cookie.find(';', start);
+    if (end == std::string::npos) end = cookie.size();
+    const std::string piece = cookie.substr(start, end - start);
+    const size_t eq = piece.find('=');
+    if (!text.empty() || start > 0) text += ';';
+    text += eq == std::string::npos ? piece : piece.substr(0, eq + 1) + "<redacted>";
+    start = end + 1;
+  }
+  return text;
+}

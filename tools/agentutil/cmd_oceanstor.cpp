@@ -12,8 +12,6 @@
 #include "tools/agentutil/cli_common.h"
 #include "utils/agent/oceanstor/oceanstor_client.h"
 
-void add_oceanstor_commands(CLI::App& app);
-
 namespace {
 
 using json_spirit::Array;

@@ -15,6 +15,7 @@ int main(int argc, char** argv) {
   add_ceph_commands(app);
   add_backupd_commands(app);
   add_mounts_commands(app);
+  add_oceanstor_commands(app);
 
   try {
     app.parse(argc, argv);

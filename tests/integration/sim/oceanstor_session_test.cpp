@@ -233,7 +233,9 @@ TEST(OceanStor_Login, cookie_and_reply_shapes) {
   reply = R"({"data":{"deviceid":"D1","iBaseToken":"T1"},"error":{"code":0,"description":"0"}})";
   cookie = "path=/; session=abc";
   EXPECT_FALSE(client.test_login());
-  EXPECT_TRUE(log.has(LM_ERROR, "Failed to parse cookie: path=/; session=abc.\n")) << log.dump();
+  EXPECT_TRUE(log.has(LM_ERROR, "Failed to parse cookie: path=<redacted>; session=<redacted>.\n"))
+      << log.dump();
+  EXPECT_EQ(std::string::npos, log.dump().find("abc")) << "a session token reached the log";
   cookie.clear();
   EXPECT_FALSE(client.test_login());
   EXPECT_TRUE(log.has(LM_ERROR, "Failed to parse cookie: .\n")) << log.dump();

@@ -7,7 +7,9 @@ const std::regex RBD_URI_REGEX(
     std::regex::ECMAScript);
 
 URI_Components::URI_Components(const std::string& uri) {
-  if (uri.size() > RBD_URI_MAX_LENGTH) return;
+  // Measured as to_uri() would print it, so every accepted URI prints back parseable.
+  const bool has_scheme = uri.compare(0, 7, "ceph://") == 0;
+  if (uri.size() + (has_scheme ? 0 : 7) > RBD_URI_MAX_LENGTH) return;
   std::smatch match;
   if (!std::regex_match(uri, match, RBD_URI_REGEX)) return;
   if (match.size() == 4) snap = match[3].str();

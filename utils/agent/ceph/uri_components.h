@@ -14,7 +14,8 @@ extern const std::regex RBD_URI_REGEX;
 
 // Longer text is refused before matching: std::regex recurses once per character
 // (a few hundred bytes of stack each), so unbounded input could overflow a thread's
-// stack. 1 KiB leaves room for any realistic pool, image and snapshot name.
+// stack. 1 KiB leaves room for any realistic pool, image and snapshot name. The limit
+// applies to the text with its "ceph://" scheme, so to_uri() of an accepted URI parses.
 constexpr std::size_t RBD_URI_MAX_LENGTH = 1024;
 
 struct URI_Components {

@@ -10,6 +10,7 @@
 #include "framework/base/scoped_deleter.h"
 #include "framework/base/snprintf_t.h"
 #include "framework/http/http_method.h"
+#include "framework/http/http_redaction.h"
 #include "framework/json/extract.h"
 #include "framework/json/writer.h"
 #include "framework/log/check.h"
@@ -76,7 +77,9 @@ bool OceanStor_Client::login(JSON_RESTful_Client& client) {
   const char* cookie = resp.headers().get(SET_COOKIE_HEADER, true);
   const std::string cookie_text = cookie ? cookie : "";
   if (!parse_session(cookie_text, auth_.session)) {
-    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to parse cookie: %C.\n"), cookie_text.c_str()));
+    // The text may still hold a session token the array spelled oddly: values are masked.
+    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to parse cookie: %C.\n"),
+               http_cookie_for_log(cookie_text).c_str()));
     return false;
   }
   try {
