@@ -1,5 +1,6 @@
 // Image checks that need no cluster, and the fallbacks taken against an old librbd (the
-// fake libraries answer -ENOSYS everywhere, so -38 shows that a path reached librbd).
+// fake libraries answer -ENOSYS everywhere, so -38 shows that a path reached librbd). The
+// newer calls of a current librbd are taken on the sandbox cluster (tests/integration/ceph).
 #include "utils/agent/ceph/ceph_image.h"
 
 #include <gtest/gtest.h>
@@ -112,23 +113,6 @@ TEST(Ceph_Image_Fallbacks, old_librbd_takes_the_older_calls_or_names_the_missing
     EXPECT_TRUE(r.first) << r.second;
     EXPECT_TRUE(logs.has(LM_ERROR, lacks(r.second))) << logs.dump();
   }
-}
-
-TEST(Ceph_Image_Fallbacks, current_librbd_takes_the_newer_calls) {
-  AU_BINDING_TEST_ALONE_OR_SKIP();
-  ASSERT_TRUE(ceph::Librbd_Wrapper::instance()->open("libfake_rbd_full",
-                                                     au_test::fake_ceph_dir().c_str()));
-  au_test::Log_Capture logs;
-  Ceph_Image image = fake_open_image();
-  char buf[16] = {};
-  EXPECT_EQ(-ENOSYS, image.read(0, sizeof buf, buf, 1));
-  EXPECT_EQ(-ENOSYS, image.write_zeroes(0, 0));
-  EXPECT_FALSE(image.resize(1024, false, [](uint64_t, uint64_t) { return 0; }));
-  EXPECT_FALSE(image.set_metadata("k", "v"));
-  EXPECT_TRUE(logs.has(LM_ERROR, "Failed to set metadata of image 'img': code 38, msg Function "
-                                 "not implemented.\n"));
-  EXPECT_EQ(-ENOSYS, image.get_snap_namespace_type(4));
-  EXPECT_FALSE(logs.has_fragment(LM_ERROR, "This version of Ceph")) << logs.dump();
 }
 
 }  // namespace

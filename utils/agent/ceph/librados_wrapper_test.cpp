@@ -55,11 +55,10 @@ TEST(Librados_Binding, missing_required_function_stops_the_binding_there) {
   const std::string dir = au_test::fake_ceph_dir();
   EXPECT_FALSE(rados->open("libfake_rados_noconnect", dir.c_str()));
   EXPECT_FALSE(static_cast<bool>(*rados));
-  EXPECT_NE(nullptr, ceph::rados_create);
-  EXPECT_NE(nullptr, ceph::rados_conf_get);
-  EXPECT_EQ(nullptr, ceph::rados_connect);
-  EXPECT_EQ(nullptr, ceph::rados_shutdown);
-  EXPECT_EQ(10u, unbound_rados_pointers().size());
+  EXPECT_NE(nullptr, ceph::rados_conf_get);  // bound before the gap, and kept
+  const std::vector<std::string> unbound = unbound_rados_pointers();
+  ASSERT_EQ(10u, unbound.size());
+  EXPECT_EQ("rados_connect", unbound.front());
   ASSERT_EQ(1u, logs.records().size()) << logs.dump();
   EXPECT_TRUE(logs.has(LM_ERROR, "Failed to load librados symbol rados_connect : " +
                                      undefined_symbol("libfake_rados_noconnect",

@@ -5,9 +5,7 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
-#include <set>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "tests/support/fake_ceph/fake_ceph.h"
@@ -130,33 +128,6 @@ TEST(Librbd_Binding, close_clears_every_pointer_and_open_does_not_bind_again) {
   EXPECT_FALSE(rbd->open("libfake_rbd_full", dir.c_str()));
   EXPECT_EQ(72u, unbound_rbd_pointers().size());
   EXPECT_TRUE(logs.records().empty()) << logs.dump();
-}
-
-// The required/optional split and the order are the contract with older Ceph releases:
-// a function made required by mistake breaks agents on those releases.
-TEST(Librbd_Binding, table_requires_exactly_the_functions_every_release_has) {
-  std::vector<std::pair<std::string, bool>> table;
-#define AU_COLLECT_ENTRY(sym, kind) table.emplace_back(#sym, std::string(#kind) == "REQUIRED");
-  AU_LIBRBD_SYMBOLS(AU_COLLECT_ENTRY)
-#undef AU_COLLECT_ENTRY
-  const std::set<std::string> required = {
-      "rbd_open",          "rbd_close",           "rbd_resize",          "rbd_snap_rollback",
-      "rbd_read",          "rbd_list",            "rbd_create",          "rbd_snap_list",
-      "rbd_snap_list_end", "rbd_diff_iterate",    "rbd_write",           "rbd_flush",
-      "rbd_discard",       "rbd_snap_create",     "rbd_stat",            "rbd_get_size",
-      "rbd_get_features",  "rbd_update_features", "rbd_get_stripe_unit", "rbd_get_stripe_count",
-      "rbd_remove",        "rbd_snap_remove"};
-  ASSERT_EQ(72u, table.size());
-  std::set<std::string> names;
-  std::string last_required;
-  for (const auto& [name, is_required] : table) {
-    names.insert(name);
-    EXPECT_EQ(required.count(name) == 1, is_required) << name;
-    if (is_required) last_required = name;
-  }
-  EXPECT_EQ(72u, names.size()) << "a function is listed twice";
-  EXPECT_EQ("rbd_version", table.front().first);
-  EXPECT_EQ("rbd_snap_remove", last_required);  // the marker operator bool reads
 }
 
 }  // namespace

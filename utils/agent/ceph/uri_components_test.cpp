@@ -4,6 +4,7 @@
 
 #include <cctype>
 #include <string>
+#include <tuple>
 
 namespace {
 
@@ -17,19 +18,15 @@ void expect_unknown(const std::string& text) {
 }
 
 TEST(URI_Components, images_and_snapshots_parse_and_print_with_the_scheme) {
-  const URI_Components image("rbd/vm1");
-  EXPECT_EQ(URI_Components::IMAGE, image.type);
-  EXPECT_EQ("rbd", image.pool);
-  EXPECT_EQ("vm1", image.img);
-  EXPECT_EQ("", image.snap);
-  EXPECT_EQ("ceph://rbd/vm1", image.to_uri());
-
-  const URI_Components snap("ceph://rbd/vm1@s1");
-  EXPECT_EQ(URI_Components::SNAPSHOT, snap.type);
-  EXPECT_EQ("rbd", snap.pool);
-  EXPECT_EQ("vm1", snap.img);
-  EXPECT_EQ("s1", snap.snap);
-  EXPECT_EQ("ceph://rbd/vm1@s1", snap.to_uri());
+  for (const auto& [text, type, snap, uri] :
+       {std::make_tuple("rbd/vm1", URI_Components::IMAGE, "", "ceph://rbd/vm1"),
+        std::make_tuple("ceph://rbd/vm1@s1", URI_Components::SNAPSHOT, "s1",
+                        "ceph://rbd/vm1@s1")}) {
+    const URI_Components c(text);
+    EXPECT_EQ(type, c.type) << text;
+    EXPECT_TRUE(c.pool == "rbd" && c.img == "vm1" && c.snap == snap) << text;
+    EXPECT_EQ(uri, c.to_uri());
+  }
 
   // Every allowed character, and the printed form reads back the same.
   const URI_Components all("ceph://Pool_0.9-x/IMG-a.b_c@snap.2024-01_Z");
@@ -79,6 +76,9 @@ TEST(URI_Components, long_text_is_refused_without_exhausting_the_stack) {
   EXPECT_EQ(longest, ok.to_uri());
   // ...one more character, or a 100 000-character name, is UNKNOWN.
   expect_unknown(longest + "s");
+  // Without the scheme the same names are measured as they would print.
+  expect_unknown(longest.substr(7) + "s");
+  EXPECT_EQ(longest, URI_Components(longest.substr(7)).to_uri());
   expect_unknown("rbd/" + std::string(100000, 'a'));
   expect_unknown(std::string(100000, '/'));
 }
