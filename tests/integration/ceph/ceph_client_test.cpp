@@ -1,15 +1,13 @@
 // Ceph_Client on the sandbox cluster: configuration, pools, images and snapshots by name
 // and URI, changed extents over URIs, and a cluster that does not answer.
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <string>
 #include <vector>
 
 #include "tests/integration/ceph/client_test_cluster.h"
+#include "tests/support/http_test_server.h"
 #include "tests/support/log_capture.h"
 #include "utils/agent/ceph/ceph_image.h"
 #include "utils/agent/ceph/ceph_pool.h"
@@ -134,16 +132,8 @@ TEST(Ceph_Client_On_Cluster, opens_by_uri_and_iterates_changes_over_uris) {
 // Short time-outs make a cluster that does not answer fail the connection, not hang it.
 TEST(Ceph_Client_On_Cluster, a_stopped_cluster_fails_within_the_time_outs) {
   AU_REQUIRE_CEPH_OR_SKIP();
-  const int fd = socket(AF_INET, SOCK_STREAM, 0);  // a loopback port nothing listens on
-  sockaddr_in addr{};
-  addr.sin_family = AF_INET;
-  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t len = sizeof(addr);
-  ASSERT_EQ(0, bind(fd, reinterpret_cast<sockaddr*>(&addr), len));
-  ASSERT_EQ(0, getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len));
-  close(fd);
   const ceph::Ceph_Config config(
-      "[global]\nmon_host = 127.0.0.1:" + std::to_string(ntohs(addr.sin_port)) +
+      "[global]\nmon_host = 127.0.0.1:" + std::to_string(au_test::unused_local_port()) +
       "\nauth_client_required = none\nclient_mount_timeout = 3\n"
       "rados_mon_op_timeout = 3\n");
   au_test::Log_Capture logs;

@@ -34,18 +34,7 @@ size_t listed(ceph::Ceph_Pool& pool, const std::string& group) {
   return groups.count(group);
 }
 
-class Ceph_Group_On_Cluster : public ::testing::Test {
- protected:
-  void SetUp() override {
-    AU_REQUIRE_CEPH_OR_SKIP();
-    client_ = client_test::connect_sandbox();
-    ASSERT_TRUE(client_ && client_->open_pool(POOL, pool_));
-  }
-  std::unique_ptr<ceph::Ceph_Client> client_;
-  ceph::Ceph_Pool pool_;
-  au_test::Log_Capture logs_;
-  client_test::Cleanup cleanup_;
-};
+using Ceph_Group_On_Cluster = client_test::Pool_Fixture;
 
 TEST_F(Ceph_Group_On_Cluster, holds_images_takes_snapshots_and_renames) {
   const std::string a = au_test::unique_ceph_name("gimg"), b = au_test::unique_ceph_name("gimg");

@@ -21,18 +21,7 @@ bool exists_on_cluster(const std::string& name) {
   return au_test::run_ceph_cli("rbd info " + POOL + "/" + name + " >/dev/null 2>&1", nullptr);
 }
 
-class Ceph_Pool_On_Cluster : public ::testing::Test {
- protected:
-  void SetUp() override {
-    AU_REQUIRE_CEPH_OR_SKIP();
-    client_ = client_test::connect_sandbox();
-    ASSERT_TRUE(client_ && client_->open_pool(POOL, pool_));
-  }
-  std::unique_ptr<ceph::Ceph_Client> client_;
-  ceph::Ceph_Pool pool_;
-  au_test::Log_Capture logs_;
-  client_test::Cleanup cleanup_;
-};
+using Ceph_Pool_On_Cluster = client_test::Pool_Fixture;
 
 TEST_F(Ceph_Pool_On_Cluster, creates_lists_opens_and_removes_images) {
   const std::string name = au_test::unique_ceph_name("pimg");

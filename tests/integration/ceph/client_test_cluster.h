@@ -1,5 +1,6 @@
 // What the client, pool and group tests share: a client connected from the sandbox's conf
-// text, images and groups removed whatever happens to the test, and `rbd diff` extents.
+// text, the sandbox pool opened through it, images and groups removed whatever happens to
+// the test, and `rbd diff` extents.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -12,8 +13,10 @@
 
 #include "framework/json/reader.h"
 #include "tests/support/ceph_env.h"
+#include "tests/support/log_capture.h"
 #include "utils/agent/ceph/ceph_client.h"
 #include "utils/agent/ceph/ceph_config.h"
+#include "utils/agent/ceph/ceph_pool.h"
 
 namespace client_test {
 
@@ -38,6 +41,20 @@ struct Cleanup {
     commands.push_back("rbd rm --no-progress " + spec);
   }
   void group(const std::string& spec) { commands.insert(commands.begin(), "rbd group rm " + spec); }
+};
+
+// The sandbox pool opened through a connected client; log lines and cleanup per test.
+class Pool_Fixture : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    AU_REQUIRE_CEPH_OR_SKIP();
+    client_ = connect_sandbox();
+    ASSERT_TRUE(client_ && client_->open_pool(au_test::SANDBOX_RBD_POOL, pool_));
+  }
+  std::unique_ptr<ceph::Ceph_Client> client_;
+  ceph::Ceph_Pool pool_;
+  au_test::Log_Capture logs_;
+  Cleanup cleanup_;
 };
 
 using Extent = std::tuple<uint64_t, uint64_t, bool>;  // offset, length, exists

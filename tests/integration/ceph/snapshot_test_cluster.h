@@ -54,12 +54,6 @@ inline Blocks within(const Blocks& blocks, uint64_t lo, uint64_t hi) {
   return inside;
 }
 
-inline uint64_t total_length(const Blocks& blocks) {
-  uint64_t n = 0;
-  for (const Block& b : blocks) n += b.length;
-  return n;
-}
-
 inline std::string dump(const Blocks& blocks) {
   std::string text;
   for (const Block& b : blocks)
