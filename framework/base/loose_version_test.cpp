@@ -11,6 +11,8 @@ TEST(Loose_Version, validity_needs_a_leading_digit_and_only_version_characters) 
   for (const char* bad : {"", "v", "latest", "rc1", ".1", "-1", "1.0 beta", "1/2", "1.0~rc1"})
     EXPECT_FALSE(static_cast<bool>(Loose_Version(bad))) << bad;
   EXPECT_FALSE(static_cast<bool>(Loose_Version(static_cast<const char*>(nullptr))));
+  // A NUL inside a name is not a shorter version.
+  EXPECT_FALSE(static_cast<bool>(Loose_Version(std::string("1.0\0evil", 8))));
   EXPECT_EQ("v1.02-RC1", Loose_Version("v1.02-RC1").str());
 }
 
