@@ -10,9 +10,9 @@
 namespace {
 
 // True when the cluster sees a client watching (holding open) the image.
-bool watched(const std::string& spec) {
+bool watched(const std::string& rbd_path) {
   std::string status;
-  EXPECT_TRUE(au_test::run_ceph_cli("rbd status " + spec, &status));
+  EXPECT_TRUE(au_test::run_ceph_cli("rbd status " + rbd_path, &status));
   return status.find("Watchers: none") == std::string::npos;
 }
 
@@ -21,9 +21,9 @@ TEST(Ceph_Binding_On_Cluster, a_copy_keeps_the_image_open_and_the_last_one_close
   au_test::Test_Cluster cluster;
   ASSERT_TRUE(cluster.connect());
   const std::string name = au_test::unique_ceph_name("bind");
-  const std::string spec = std::string(au_test::SANDBOX_RBD_POOL) + "/" + name;
+  const std::string rbd_path = std::string(au_test::SANDBOX_RBD_POOL) + "/" + name;
   client_test::Cleanup cleanup;
-  cleanup.image(spec);
+  cleanup.image(rbd_path);
   ASSERT_TRUE(cluster.create_image(name, 8 << 20, 22));
 
   ceph::Ceph_Context copy;
@@ -35,10 +35,10 @@ TEST(Ceph_Binding_On_Cluster, a_copy_keeps_the_image_open_and_the_last_one_close
   uint64_t size = 0;
   ASSERT_EQ(0, ceph::rbd_get_size(*copy.img_ctx_, &size));
   EXPECT_EQ(8u << 20, size);
-  EXPECT_TRUE(watched(spec));
+  EXPECT_TRUE(watched(rbd_path));
 
   copy = ceph::Ceph_Context();
-  EXPECT_FALSE(watched(spec));
+  EXPECT_FALSE(watched(rbd_path));
 }
 
 }  // namespace

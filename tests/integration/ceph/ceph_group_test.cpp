@@ -23,7 +23,7 @@ std::vector<std::string> members(ceph::Ceph_Group& group) {
   std::vector<ceph::Image_Spec> images;
   EXPECT_TRUE(group.list_image(images));
   std::vector<std::string> names;
-  for (const auto& spec : images) names.push_back(spec.name);
+  for (const auto& rbd_path : images) names.push_back(rbd_path.name);
   std::sort(names.begin(), names.end());
   return names;
 }

@@ -40,7 +40,7 @@ class Ceph_Image_On_Cluster : public ::testing::Test {
     image_.close_image();
     if (!name_.empty()) au_test::Test_Cluster::remove_image_with_snapshots(name_);
   }
-  std::string spec() const { return std::string(au_test::SANDBOX_RBD_POOL) + "/" + name_; }
+  std::string rbd_path() const { return std::string(au_test::SANDBOX_RBD_POOL) + "/" + name_; }
   bool rbd(const std::string& args) { return au_test::run_ceph_cli("rbd " + args, nullptr); }
 
   au_test::Test_Cluster cluster_;
@@ -60,8 +60,8 @@ TEST_F(Ceph_Image_On_Cluster, snapshots_are_created_listed_and_purged_protected_
   EXPECT_TRUE(static_cast<bool>(a));
   EXPECT_EQ("a", a.snapshot_name());
   EXPECT_EQ(8 * MiB, a.size());
-  ASSERT_TRUE(rbd("snap create --no-progress " + spec() + "@b"));
-  ASSERT_TRUE(rbd("snap protect " + spec() + "@b"));
+  ASSERT_TRUE(rbd("snap create --no-progress " + rbd_path() + "@b"));
+  ASSERT_TRUE(rbd("snap protect " + rbd_path() + "@b"));
   EXPECT_FALSE(image_.new_snapshot("a", a));
   EXPECT_TRUE(logs.has(LM_ERROR, "Failed to create snapshot a for image " + name_ +
                                      ": err 17, msg File exists.\n"))
@@ -82,7 +82,7 @@ TEST_F(Ceph_Image_On_Cluster, snapshots_are_created_listed_and_purged_protected_
   const std::string group = au_test::unique_ceph_name("grp");
   const std::string gspec = std::string(au_test::SANDBOX_RBD_POOL) + "/" + group;
   ASSERT_TRUE(rbd("group create " + gspec));
-  ASSERT_TRUE(rbd("group image add " + gspec + " " + spec()));
+  ASSERT_TRUE(rbd("group image add " + gspec + " " + rbd_path()));
   ASSERT_TRUE(rbd("group snap create " + gspec + "@gs"));
   ceph::Group_Info info;
   EXPECT_TRUE(image_.get_group(info));
@@ -104,7 +104,7 @@ TEST_F(Ceph_Image_On_Cluster, snapshots_are_created_listed_and_purged_protected_
   EXPECT_EQ(1, image_.get_snap_namespace_type(snaps[0].id));
 
   rbd("group snap rm " + gspec + "@gs");
-  rbd("group image remove " + gspec + " " + spec());
+  rbd("group image remove " + gspec + " " + rbd_path());
   rbd("group rm " + gspec);
 }
 
@@ -117,7 +117,7 @@ TEST_F(Ceph_Image_On_Cluster, resize_and_rollback_report_progress_and_keep_data)
   };
   const std::string x(4096, 'x'), y(4096, 'y');
   ASSERT_EQ(4096, image_.write(4 * MiB, 4096, x.data(), 0));
-  ASSERT_TRUE(rbd("snap create --no-progress " + spec() + "@r1"));
+  ASSERT_TRUE(rbd("snap create --no-progress " + rbd_path() + "@r1"));
   ASSERT_EQ(4096, image_.write(4 * MiB, 4096, y.data(), LIBRADOS_OP_FLAG_FADVISE_DONTNEED));
 
   ASSERT_TRUE(image_.rollback("r1", record)) << logs.dump();
@@ -157,7 +157,7 @@ TEST_F(Ceph_Image_On_Cluster, metadata_layout_and_changed_blocks_of_the_head) {
                 {"empty", ""}, {"k1", "v1"}}),
             meta);
   std::string cli;
-  ASSERT_TRUE(au_test::run_ceph_cli("rbd image-meta get " + spec() + " k1", &cli));
+  ASSERT_TRUE(au_test::run_ceph_cli("rbd image-meta get " + rbd_path() + " k1", &cli));
   EXPECT_EQ("v1\n", cli);
   EXPECT_TRUE(image_.remove_metadata("k1"));
   EXPECT_FALSE(image_.get_metadata("k1", value));
@@ -174,12 +174,12 @@ TEST_F(Ceph_Image_On_Cluster, metadata_layout_and_changed_blocks_of_the_head) {
   EXPECT_TRUE(logs.has_fragment(LM_ERROR, "Failed to set image features: code ")) << logs.dump();
 
   // Changed extents of the head against a snapshot.
-  ASSERT_TRUE(rbd("snap create --no-progress " + spec() + "@c1"));
+  ASSERT_TRUE(rbd("snap create --no-progress " + rbd_path() + "@c1"));
   const std::string data(5000, 'z');
   ASSERT_EQ(5000, image_.write(3 * MiB + 512, 5000, data.data(), 0));
   Blocks blocks;
   ASSERT_TRUE(image_.get_changed_blocks("c1", blocks, 12, Range(0, 0), true, {}));
-  EXPECT_EQ(au_test::rbd_diff("--from-snap c1 " + spec(), 4096, true), blocks)
+  EXPECT_EQ(au_test::rbd_diff("--from-snap c1 " + rbd_path(), 4096, true), blocks)
       << au_test::dump(blocks);
   EXPECT_TRUE(au_test::covers(blocks, Block(3 * MiB + 512, 5000))) << au_test::dump(blocks);
 }

@@ -45,7 +45,7 @@ class Changed_Blocks_On_Cluster : public ::testing::Test {
     put(5 * MiB + 100, 3000, 'b');
     put(12 * MiB, MiB, 'c');
     ASSERT_TRUE(image_.flush());
-    ASSERT_TRUE(au_test::run_ceph_cli("rbd snap create --no-progress " + spec() + "@s1", nullptr));
+    ASSERT_TRUE(au_test::run_ceph_cli("rbd snap create --no-progress " + rbd_path() + "@s1", nullptr));
     before_ = after_;
 
     put(5 * MiB, 8192, 'd');        // overwrite inside the first object of 5 MiB
@@ -53,7 +53,7 @@ class Changed_Blocks_On_Cluster : public ::testing::Test {
     ASSERT_EQ(512 * 1024, ceph::rbd_discard(*image_.context().img_ctx_, 12 * MiB, 512 * 1024));
     std::memset(&after_[12 * MiB], 0, 512 * 1024);
     ASSERT_TRUE(image_.flush());
-    ASSERT_TRUE(au_test::run_ceph_cli("rbd snap create --no-progress " + spec() + "@s2", nullptr));
+    ASSERT_TRUE(au_test::run_ceph_cli("rbd snap create --no-progress " + rbd_path() + "@s2", nullptr));
     ASSERT_TRUE(cluster_.open_snapshot(name_, "s2", s2_));
   }
 
@@ -70,7 +70,7 @@ class Changed_Blocks_On_Cluster : public ::testing::Test {
     std::memcpy(&after_[ofs], data.data(), len);
   }
 
-  std::string spec() const { return std::string(au_test::SANDBOX_RBD_POOL) + "/" + name_; }
+  std::string rbd_path() const { return std::string(au_test::SANDBOX_RBD_POOL) + "/" + name_; }
 
   Test_Cluster cluster_;
   std::string name_;
@@ -80,7 +80,7 @@ class Changed_Blocks_On_Cluster : public ::testing::Test {
 };
 
 TEST_F(Changed_Blocks_On_Cluster, changed_extents_match_rbd_diff_at_every_chunk_size) {
-  const std::string args = "--from-snap s1 " + spec() + "@s2";
+  const std::string args = "--from-snap s1 " + rbd_path() + "@s2";
   for (int power : {12, 16, 20, 22, 30}) {
     const uint64_t chunk = uint64_t(1) << power;
     Blocks blocks;
@@ -120,7 +120,7 @@ TEST_F(Changed_Blocks_On_Cluster, allocated_extents_and_bytes_of_each_snapshot) 
   ASSERT_TRUE(cluster_.open_snapshot(name_, "s1", s1));
   Blocks allocated;
   ASSERT_TRUE(s1.get_allocated_blocks(allocated, 16, Range(0, 0), true, {}));
-  EXPECT_EQ(rbd_diff(spec() + "@s1", 1 << 16, true), allocated) << dump(allocated);
+  EXPECT_EQ(rbd_diff(rbd_path() + "@s1", 1 << 16, true), allocated) << dump(allocated);
   for (const Block& w : {Block(0, 65536), Block(5 * MiB + 100, 3000), Block(12 * MiB, MiB)})
     EXPECT_TRUE(covers(allocated, w)) << w.offset << ": " << dump(allocated);
 

@@ -34,13 +34,13 @@ struct Cleanup {
   ~Cleanup() {
     for (const auto& c : commands) au_test::run_ceph_cli(c + " >/dev/null 2>&1", nullptr);
   }
-  void image(const std::string& spec) {  // pool/image, protected snapshots too
-    commands.push_back("rbd snap ls " + spec + " | awk 'NR>1{print $2}' | xargs -rI{} rbd -c " +
-                       au_test::ceph_conf_path() + " snap unprotect " + spec + "@{}");
-    commands.push_back("rbd snap purge --no-progress " + spec);
-    commands.push_back("rbd rm --no-progress " + spec);
+  void image(const std::string& rbd_path) {  // pool/image, protected snapshots too
+    commands.push_back("rbd snap ls " + rbd_path + " | awk 'NR>1{print $2}' | xargs -rI{} rbd -c " +
+                       au_test::ceph_conf_path() + " snap unprotect " + rbd_path + "@{}");
+    commands.push_back("rbd snap purge --no-progress " + rbd_path);
+    commands.push_back("rbd rm --no-progress " + rbd_path);
   }
-  void group(const std::string& spec) { commands.insert(commands.begin(), "rbd group rm " + spec); }
+  void group(const std::string& rbd_path) { commands.insert(commands.begin(), "rbd group rm " + rbd_path); }
 };
 
 // The sandbox pool opened through a connected client; log lines and cleanup per test.

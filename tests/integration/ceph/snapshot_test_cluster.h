@@ -22,7 +22,7 @@
 
 namespace au_test {
 
-// `rbd diff` of `spec` as extents, each widened to the chunk grid as the library does,
+// `rbd diff` of `rbd_path` as extents, each widened to the chunk grid as the library does,
 // then sorted and merged; holes are left out when `skip_holes`.
 inline Blocks rbd_diff(const std::string& args, uint64_t chunk, bool skip_holes) {
   std::string out;
@@ -110,9 +110,9 @@ class Test_Cluster {
 
   // Snapshots must be unprotected by then.
   static void remove_image_with_snapshots(const std::string& name) {
-    const std::string spec = std::string(SANDBOX_RBD_POOL) + "/" + name;
-    run_ceph_cli("rbd snap purge --no-progress " + spec, nullptr);
-    run_ceph_cli("rbd rm --no-progress " + spec, nullptr);
+    const std::string rbd_path = std::string(SANDBOX_RBD_POOL) + "/" + name;
+    run_ceph_cli("rbd snap purge --no-progress " + rbd_path, nullptr);
+    run_ceph_cli("rbd rm --no-progress " + rbd_path, nullptr);
   }
 
   ceph::Ceph_Context& context() { return ctx_; }

@@ -163,9 +163,9 @@ bool Ceph_Group::list_image(std::vector<Image_Spec>& images) {
   count = std::min(count, entries.size());
   images.reserve(images.size() + count);
   for (size_t i = 0; i < count; ++i) {
-    Image_Spec spec;
-    if (entries[i].name != nullptr) spec.name = entries[i].name;
-    images.push_back(std::move(spec));
+    Image_Spec listed_image;
+    if (entries[i].name != nullptr) listed_image.name = entries[i].name;
+    images.push_back(std::move(listed_image));
   }
   if (rbd_group_image_list_cleanup != nullptr)
     rbd_group_image_list_cleanup(entries.data(), GROUP_IMAGE_INFO_SIZE, count);

@@ -78,10 +78,10 @@ bool Ceph_Pool::list_image(std::vector<Image_Spec>& images) {
   }
   const char* end = buf.data() + std::min(size, buf.size() - 1);
   for (const char* name = buf.data(); name < end;) {
-    Image_Spec spec;
-    spec.name = name;  // the extra NUL at the end bounds the last name
-    name += spec.name.size() + 1;
-    images.push_back(std::move(spec));
+    Image_Spec listed_image;
+    listed_image.name = name;  // the extra NUL at the end bounds the last name
+    name += listed_image.name.size() + 1;
+    images.push_back(std::move(listed_image));
   }
   return true;
 }
@@ -95,13 +95,13 @@ bool Ceph_Pool::list_image2(std::vector<Image_Spec>& images) {
                pool_name_.c_str()));
     return false;
   }
-  std::vector<rbd_image_spec_t> specs(16);
-  size_t count = specs.size();
+  std::vector<rbd_image_spec_t> listed(16);
+  size_t count = listed.size();
   int r = -ERANGE;
   for (int round = 0; round < LIST_ROUNDS && r == -ERANGE; ++round) {
-    if (count > specs.size()) specs.resize(count);
-    count = specs.size();
-    r = rbd_list2(*ctx_.io_ctx_, specs.data(), &count);
+    if (count > listed.size()) listed.resize(count);
+    count = listed.size();
+    r = rbd_list2(*ctx_.io_ctx_, listed.data(), &count);
   }
   if (r < 0) {
     std::string text;
@@ -112,12 +112,12 @@ bool Ceph_Pool::list_image2(std::vector<Image_Spec>& images) {
   }
   images.reserve(images.size() + count);
   for (size_t i = 0; i < count; ++i) {
-    Image_Spec spec;
-    if (specs[i].id != nullptr) spec.id = specs[i].id;
-    if (specs[i].name != nullptr) spec.name = specs[i].name;
-    images.push_back(std::move(spec));
+    Image_Spec listed_image;
+    if (listed[i].id != nullptr) listed_image.id = listed[i].id;
+    if (listed[i].name != nullptr) listed_image.name = listed[i].name;
+    images.push_back(std::move(listed_image));
   }
-  rbd_image_spec_list_cleanup(specs.data(), count);
+  rbd_image_spec_list_cleanup(listed.data(), count);
   return true;
 }
 

@@ -48,7 +48,7 @@ TEST(Ceph_Pool_Old_Librbd, group_operations_name_the_missing_function) {
   ceph::Ceph_Image image;
   std::set<std::string> groups;
   std::vector<ceph::Group_Snapshot_Info> snaps;
-  std::vector<ceph::Image_Spec> specs;
+  std::vector<ceph::Image_Spec> listed;
   const std::vector<std::pair<const char*, std::function<bool()>>> calls = {
       {"rbd_group_create", [&] { return pool.new_group("g", {"a"}, group); }},
       {"rbd_get_group", [&] { return pool.open_group("g", group); }},
@@ -58,7 +58,7 @@ TEST(Ceph_Pool_Old_Librbd, group_operations_name_the_missing_function) {
       {"rbd_group_image_add", [&] { return group.add_image("ceph://old/a"); }},
       {"rbd_group_image_remove", [&] { return group.remove_image(image); }},
       {"rbd_group_snap_list", [&] { return group.list_snapshot(snaps); }},
-      {"rbd_group_image_list", [&] { return group.list_image(specs); }},
+      {"rbd_group_image_list", [&] { return group.list_image(listed); }},
       {"rbd_group_rename", [&] { return group.rename("h"); }},
       {"rbd_pool_metadata_set", [&] { return pool.set_metadata("k", "v"); }}};
   for (const auto& call : calls) {
@@ -70,7 +70,7 @@ TEST(Ceph_Pool_Old_Librbd, group_operations_name_the_missing_function) {
         << logs.dump();
   }
   logs.clear();
-  EXPECT_FALSE(pool.list_image(specs));
+  EXPECT_FALSE(pool.list_image(listed));
   EXPECT_TRUE(logs.has(LM_ERROR,
                        "Failed to list images of the pool 'old': code 38, msg "
                        "Function not implemented.\n"))
