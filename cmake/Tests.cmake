@@ -13,6 +13,10 @@ endif()
 find_package(OpenSSL REQUIRED)
 pkg_check_modules(CPPHTTPLIB REQUIRED IMPORTED_TARGET cpp-httplib)
 target_link_libraries(au_test_support PUBLIC PkgConfig::CPPHTTPLIB OpenSSL::SSL OpenSSL::Crypto)
+# The self-signed certificate maker is the simulators' own (sim/common).
+if(TARGET au_sim)
+  target_link_libraries(au_test_support PUBLIC au_sim)
+endif()
 
 # Extra support targets (fake shared libraries and the like) live in their own folders.
 file(GLOB support_dirs CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tests/support/*/CMakeLists.txt)

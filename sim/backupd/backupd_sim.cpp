@@ -3,8 +3,6 @@
 #include <httplib.h>
 #include <strings.h>
 
-#include <chrono>
-
 namespace au_sim {
 
 namespace {
@@ -80,57 +78,22 @@ Sim_Fault Sim_Fault::drop(int times) {
   return f;
 }
 
-Backupd_Sim::Backupd_Sim() : server_(new httplib::Server) {
-  const auto handler = [this](const httplib::Request& req, httplib::Response& res) {
-    serve(req, res);
-  };
-  server_->Get(".*", handler);
-  server_->Post(".*", handler);
-  server_->Put(".*", handler);
-  server_->Delete(".*", handler);
-  server_->Patch(".*", handler);
+Backupd_Sim::Backupd_Sim() {
+  server_.set_handler([this](const httplib::Request& req, httplib::Response& res) { serve(req, res); });
+  // Clients keep one connection across a whole test; catalogs may be large.
+  server_.set_keep_alive_max_count(1000);
+  server_.set_payload_max_length(64u << 20);
 }
 
 Backupd_Sim::~Backupd_Sim() { stop(); }
 
-bool Backupd_Sim::start(unsigned short port) {
-  if (thread_.joinable()) return true;
-  server_->set_keep_alive_max_count(1000);
-  server_->set_keep_alive_timeout(2);
-  server_->set_payload_max_length(64u << 20);
-  int bound = 0;
-  if (port == 0) {
-    bound = server_->bind_to_any_port("127.0.0.1");
-  } else if (server_->bind_to_port("127.0.0.1", port)) {
-    bound = port;
-  }
-  if (bound <= 0) return false;
-  port_ = static_cast<unsigned short>(bound);
-  thread_ = std::thread([this] { server_->listen_after_bind(); });
-  for (int i = 0; i < 5000 && !server_->is_running(); ++i)
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  return server_->is_running();
-}
+bool Backupd_Sim::start(unsigned short port) { return server_.start(port); }
 
-void Backupd_Sim::stop() {
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    stopping_ = true;
-  }
-  stop_cv_.notify_all();
-  if (thread_.joinable()) {
-    server_->stop();
-    thread_.join();
-  }
-}
+void Backupd_Sim::stop() { server_.stop(); }
 
-std::string Backupd_Sim::url() const { return "http://127.0.0.1:" + std::to_string(port_); }
+std::string Backupd_Sim::url() const { return "http://127.0.0.1:" + std::to_string(port()); }
 
-bool Backupd_Sim::wait_for_stop(int milliseconds) {
-  std::unique_lock<std::mutex> lock(mutex_);
-  return stop_cv_.wait_for(lock, std::chrono::milliseconds(milliseconds),
-                           [this] { return stopping_; });
-}
+bool Backupd_Sim::wait_for_stop(int milliseconds) { return server_.wait_for_stop(milliseconds); }
 
 void Backupd_Sim::set_jsonrpc_handler(Handler handler) {
   std::lock_guard<std::mutex> lock(mutex_);

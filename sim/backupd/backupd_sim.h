@@ -8,24 +8,16 @@
 // served by whatever handler is plugged in with set_jsonrpc_handler().
 #pragma once
 
-#include <condition_variable>
 #include <cstddef>
 #include <functional>
 #include <map>
-#include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
 #include "framework/json/value.h"
-
-namespace httplib {
-class Server;
-struct Request;
-struct Response;
-}  // namespace httplib
+#include "sim/common/loopback_server.h"
 
 namespace au_sim {
 
@@ -93,7 +85,7 @@ class Backupd_Sim {
   bool start(unsigned short port = 0);
   // Idempotent; delayed handlers are woken so that stopping never waits on them.
   void stop();
-  unsigned short port() const { return port_; }
+  unsigned short port() const { return server_.port(); }
   // "http://127.0.0.1:<port>"
   std::string url() const;
 
@@ -157,13 +149,9 @@ class Backupd_Sim {
   Sim_Reply on_incarnation(const Sim_Request& request);
   Sim_Reply on_catalog(const Sim_Request& request);
 
-  std::unique_ptr<httplib::Server> server_;
-  std::thread thread_;
-  unsigned short port_ = 0;
+  Loopback_Server server_;
 
   mutable std::mutex mutex_;
-  std::condition_variable stop_cv_;
-  bool stopping_ = false;
   std::vector<Sim_Request> requests_;
   std::vector<std::pair<std::string, Sim_Fault>> faults_;
   std::map<Route_Key, Handler> routes_;

@@ -16,10 +16,13 @@
 #include <memory>
 #include <string>
 
-#include "sim/oceanstor/demo_certificate.h"
+#include "sim/common/self_signed_certificate.h"
 #include "sim/oceanstor/oceanstor_sim.h"
 
 namespace {
+
+// Long enough for a demo session that runs for days.
+constexpr int DEMO_CERT_DAYS = 30;
 
 struct Options {
   unsigned short port = 0;
@@ -75,9 +78,9 @@ int main(int argc, char** argv) {
   sigaddset(&stop_signals, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &stop_signals, nullptr);
 
-  std::unique_ptr<au_sim::Demo_Certificate> demo_cert;  // --https without files
+  std::unique_ptr<au_sim::Self_Signed_Certificate> demo_cert;  // --https without files
   if (options.https && options.cert.empty()) {
-    demo_cert.reset(new au_sim::Demo_Certificate);
+    demo_cert.reset(new au_sim::Self_Signed_Certificate(DEMO_CERT_DAYS));
     if (!demo_cert->ok()) {
       std::fprintf(stderr, "oceanstor-sim: cannot make a certificate\n");
       return 1;

@@ -3,7 +3,6 @@
 #include <httplib.h>
 
 #include <cctype>
-#include <chrono>
 #include <random>
 
 #include "framework/json/writer.h"
@@ -59,10 +58,10 @@ std::string cookie_value(const std::string& header, const std::string& name) {
 
 }  // namespace
 
-OceanStor_Sim::OceanStor_Sim() : server_(new httplib::Server) { init(); }
+OceanStor_Sim::OceanStor_Sim() { init(); }
 
 OceanStor_Sim::OceanStor_Sim(const std::string& cert_file, const std::string& key_file)
-    : server_(new httplib::SSLServer(cert_file.c_str(), key_file.c_str())) {
+    : server_(cert_file, key_file) {
   init();
 }
 
@@ -70,44 +69,14 @@ void OceanStor_Sim::init() {
   // Twenty characters, upper case, like an array's serial number.
   device_id_ = "2102351QLH" + random_hex_text(10);
   for (char& c : device_id_) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-  const auto handler = [this](const httplib::Request& req, httplib::Response& res) { serve(req, res); };
-  server_->Get(".*", handler);
-  server_->Post(".*", handler);
-  server_->Put(".*", handler);
-  server_->Delete(".*", handler);
+  server_.set_handler([this](const httplib::Request& req, httplib::Response& res) { serve(req, res); });
 }
 
 OceanStor_Sim::~OceanStor_Sim() { stop(); }
 
-bool OceanStor_Sim::start(unsigned short port) {
-  if (thread_.joinable()) return true;
-  if (!server_->is_valid()) return false;
-  server_->set_keep_alive_timeout(2);
-  int bound = 0;
-  if (port == 0) {
-    bound = server_->bind_to_any_port("127.0.0.1");
-  } else if (server_->bind_to_port("127.0.0.1", port)) {
-    bound = port;
-  }
-  if (bound <= 0) return false;
-  port_ = static_cast<unsigned short>(bound);
-  thread_ = std::thread([this] { server_->listen_after_bind(); });
-  for (int i = 0; i < 5000 && !server_->is_running(); ++i)
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  return server_->is_running();
-}
+bool OceanStor_Sim::start(unsigned short port) { return server_.start(port); }
 
-void OceanStor_Sim::stop() {
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    stopping_ = true;
-  }
-  stop_cv_.notify_all();
-  if (thread_.joinable()) {
-    server_->stop();
-    thread_.join();
-  }
-}
+void OceanStor_Sim::stop() { server_.stop(); }
 
 std::string OceanStor_Sim::rest_base() const { return REST_ROOT + device_id_; }
 
@@ -216,10 +185,7 @@ void OceanStor_Sim::serve(const httplib::Request& req, httplib::Response& res) {
     res.set_chunked_content_provider("application/json", [this](std::size_t, httplib::DataSink& sink) {
       static const std::string opening = "{\"data\":\"";
       static const std::string piece(ENDLESS_PIECE, 'x');
-      {
-        std::lock_guard<std::mutex> lock(mutex_);
-        if (stopping_) return false;
-      }
+      if (server_.stopping()) return false;
       return sink.write(opening.data(), opening.size()) && sink.write(piece.data(), piece.size());
     });
     return;
@@ -227,7 +193,7 @@ void OceanStor_Sim::serve(const httplib::Request& req, httplib::Response& res) {
   Sim_Fault fault;
   if (take_fault(request.path, fault)) {
     // A slow reply; one cut short by stop() is dropped rather than answered.
-    const bool stopped = fault.delay_ms > 0 && wait_for_stop(fault.delay_ms);
+    const bool stopped = fault.delay_ms > 0 && server_.wait_for_stop(fault.delay_ms);
     if (stopped || fault.drop_connection) {
       res.status = 200;
       res.set_content_provider(DROPPED_BODY_LENGTH, "application/json",
@@ -245,11 +211,6 @@ void OceanStor_Sim::serve(const httplib::Request& req, httplib::Response& res) {
   res.status = reply.status;
   if (!set_cookie.empty()) res.set_header("Set-Cookie", set_cookie);
   res.set_content(reply.body, reply.content_type.c_str());
-}
-
-bool OceanStor_Sim::wait_for_stop(int milliseconds) {
-  std::unique_lock<std::mutex> lock(mutex_);
-  return stop_cv_.wait_for(lock, std::chrono::milliseconds(milliseconds), [this] { return stopping_; });
 }
 
 bool OceanStor_Sim::authorized(const Sim_Request& request) const {

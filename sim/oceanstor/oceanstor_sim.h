@@ -10,25 +10,17 @@
 // reads. It records every request and misbehaves on demand.
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <map>
-#include <memory>
 #include <mutex>
 #include <set>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
 #include "framework/json/value.h"
 #include "sim/backupd/backupd_sim.h"
-
-namespace httplib {
-class Server;
-struct Request;
-struct Response;
-}  // namespace httplib
+#include "sim/common/loopback_server.h"
 
 namespace au_sim {
 
@@ -52,7 +44,7 @@ class OceanStor_Sim {
 
   bool start(unsigned short port = 0);
   void stop();
-  unsigned short port() const { return port_; }
+  unsigned short port() const { return server_.port(); }
   const std::string& device_id() const { return device_id_; }
   // "/deviceManager/rest/<device id>"
   std::string rest_base() const;
@@ -122,8 +114,6 @@ class OceanStor_Sim {
   void serve(const httplib::Request& req, httplib::Response& res);
   bool take_fault(const std::string& path, Sim_Fault& fault);
   bool take_endless(const std::string& path);
-  // Blocks until stop() begins or the time passes; true when stopping.
-  bool wait_for_stop(int milliseconds);
   Sim_Reply dispatch(const Sim_Request& request, std::string& set_cookie);
   Sim_Reply route(const Sim_Request& request, const std::string& resource);
   bool authorized(const Sim_Request& request) const;
@@ -143,14 +133,10 @@ class OceanStor_Sim {
   bool is_exposed(const std::string& id) const;
   std::vector<std::string> groups_of(const std::string& id) const;
 
-  std::unique_ptr<httplib::Server> server_;
-  std::thread thread_;
-  unsigned short port_ = 0;
+  Loopback_Server server_;
   std::string device_id_;
 
   mutable std::mutex mutex_;
-  std::condition_variable stop_cv_;
-  bool stopping_ = false;
   std::string username_ = "admin";
   std::string password_ = "Admin@storage1";
   std::map<std::string, std::string> sessions_;  // cookie value -> token

@@ -2,17 +2,11 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
-#include <openssl/evp.h>
-#include <openssl/pem.h>
-#include <openssl/x509.h>
-#include <openssl/x509v3.h>
 #include <strings.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdio>
-#include <cstdlib>
 
 namespace au_test {
 
@@ -35,51 +29,6 @@ int bind_loopback(unsigned short& port) {
   return fd;
 }
 
-bool add_extension(X509* cert, int nid, const char* value) {
-  X509V3_CTX ctx;
-  X509V3_set_ctx_nodb(&ctx);
-  X509V3_set_ctx(&ctx, cert, cert, nullptr, nullptr, 0);
-  X509_EXTENSION* ext = X509V3_EXT_conf_nid(nullptr, &ctx, nid, value);
-  if (ext == nullptr) return false;
-  const bool ok = X509_add_ext(cert, ext, -1) == 1;
-  X509_EXTENSION_free(ext);
-  return ok;
-}
-
-X509* make_certificate(EVP_PKEY* key) {
-  X509* cert = X509_new();
-  if (cert == nullptr) return nullptr;
-  X509_NAME* name = X509_get_subject_name(cert);
-  const bool ok =
-      X509_set_version(cert, 2) == 1 &&
-      ASN1_INTEGER_set(X509_get_serialNumber(cert), std::rand() & 0x7fffffff) == 1 &&
-      X509_gmtime_adj(X509_getm_notBefore(cert), -3600) != nullptr &&
-      X509_gmtime_adj(X509_getm_notAfter(cert), 24 * 3600) != nullptr &&
-      X509_set_pubkey(cert, key) == 1 &&
-      X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_ASC,
-                                 reinterpret_cast<const unsigned char*>("localhost"), -1, -1,
-                                 0) == 1 &&
-      X509_set_issuer_name(cert, name) == 1 &&
-      add_extension(cert, NID_basic_constraints, "critical,CA:TRUE") &&
-      add_extension(cert, NID_key_usage, "critical,digitalSignature,keyCertSign") &&
-      add_extension(cert, NID_subject_key_identifier, "hash") &&
-      add_extension(cert, NID_subject_alt_name, "DNS:localhost,IP:127.0.0.1") &&
-      X509_sign(cert, key, EVP_sha256()) > 0;
-  if (!ok) {
-    X509_free(cert);
-    return nullptr;
-  }
-  return cert;
-}
-
-template <class Write>
-bool write_pem(const std::string& path, Write write) {
-  FILE* f = std::fopen(path.c_str(), "w");
-  if (f == nullptr) return false;
-  const bool ok = write(f);
-  return std::fclose(f) == 0 && ok;
-}
-
 }  // namespace
 
 std::string Recorded_Request::query() const {
@@ -100,31 +49,6 @@ std::size_t Recorded_Request::header_count(const std::string& name) const {
   for (const auto& h : headers)
     if (::strcasecmp(h.first.c_str(), name.c_str()) == 0) ++n;
   return n;
-}
-
-Self_Signed_Certificate::Self_Signed_Certificate() {
-  char dir[] = "/tmp/au_tls_XXXXXX";
-  if (::mkdtemp(dir) == nullptr) return;
-  dir_ = dir;
-  cert_file_ = dir_ + "/cert.pem";
-  key_file_ = dir_ + "/key.pem";
-  EVP_PKEY* key = EVP_EC_gen("P-256");
-  X509* cert = key ? make_certificate(key) : nullptr;
-  ok_ = cert != nullptr &&
-        write_pem(key_file_,
-                  [key](FILE* f) {
-                    return PEM_write_PrivateKey(f, key, nullptr, nullptr, 0, nullptr, nullptr) == 1;
-                  }) &&
-        write_pem(cert_file_, [cert](FILE* f) { return PEM_write_X509(f, cert) == 1; });
-  X509_free(cert);
-  EVP_PKEY_free(key);
-}
-
-Self_Signed_Certificate::~Self_Signed_Certificate() {
-  if (dir_.empty()) return;
-  ::unlink(cert_file_.c_str());
-  ::unlink(key_file_.c_str());
-  ::rmdir(dir_.c_str());
 }
 
 HTTP_Test_Server::HTTP_Test_Server() : server_(new httplib::Server) {}

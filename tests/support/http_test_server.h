@@ -17,6 +17,8 @@
 #include <utility>
 #include <vector>
 
+#include "sim/common/self_signed_certificate.h"
+
 namespace au_test {
 
 struct Recorded_Request {
@@ -35,26 +37,8 @@ struct Recorded_Request {
   std::size_t header_count(const std::string& name) const;
 };
 
-// A key and a certificate for CN=localhost with subjectAltName DNS:localhost and
-// IP:127.0.0.1, signed by itself, written as PEM files in a fresh temporary
-// directory that goes away with the object.
-class Self_Signed_Certificate {
- public:
-  Self_Signed_Certificate();
-  ~Self_Signed_Certificate();
-  Self_Signed_Certificate(const Self_Signed_Certificate&) = delete;
-  Self_Signed_Certificate& operator=(const Self_Signed_Certificate&) = delete;
-
-  bool ok() const { return ok_; }
-  const std::string& cert_file() const { return cert_file_; }
-  const std::string& key_file() const { return key_file_; }
-
- private:
-  bool ok_ = false;
-  std::string dir_;
-  std::string cert_file_;
-  std::string key_file_;
-};
+// The simulators' certificate maker, under the name the tests know.
+using Self_Signed_Certificate = au_sim::Self_Signed_Certificate;
 
 class HTTP_Test_Server {
  public:
