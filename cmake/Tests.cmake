@@ -58,3 +58,12 @@ foreach(label sim ceph)
     agentutil_test_executable(${label}_tests ${label} SOURCES ${tests} LIBS ${libs})
   endif()
 endforeach()
+
+# The sim tests run the built programs (agentutil, the simulators) as a user would.
+if(TARGET sim_tests)
+  foreach(program agentutil_cli backupd-sim oceanstor-sim)
+    if(TARGET ${program})
+      add_dependencies(sim_tests ${program})
+    endif()
+  endforeach()
+endif()
