@@ -67,3 +67,11 @@ if(TARGET sim_tests)
     endif()
   endforeach()
 endif()
+
+# The installed package works for an agent: find_package and pkg-config. (Not in the
+# sanitizer build: the consumer would link an instrumented library without the runtime.)
+if(NOT AGENTUTIL_SANITIZE)
+  add_test(NAME install.find_package_and_pkg_config
+    COMMAND ${PROJECT_SOURCE_DIR}/tests/install/check-install ${PROJECT_BINARY_DIR})
+  set_tests_properties(install.find_package_and_pkg_config PROPERTIES LABELS unit)
+endif()
