@@ -3,13 +3,14 @@
 //   agentutil oceanstor --host 10.0.0.5 --port 8088 --ssl --ca-file array.pem
 //       --user admin --password-file pw.txt changed-blocks --lun 11 --size 5368709120
 //
-// The password is read from a file (first line), never taken on the command line.
-#include <fstream>
+// The password is read from a file (first line) or asked on the terminal, never taken
+// on the command line.
 #include <iostream>
 #include <memory>
 
 #include "framework/json/writer.h"
 #include "tools/agentutil/cli_common.h"
+#include "tools/agentutil/secret_input.h"
 #include "utils/agent/oceanstor/oceanstor_client.h"
 
 namespace {
@@ -57,10 +58,10 @@ void print_json(const Value& v) { std::cout << json_spirit::write(v, true) << "\
 
 // Logged in, with the array's own device id in place for the URLs.
 std::unique_ptr<Cli_Client> connect(const Array_Args& a) {
-  std::ifstream in(a.password_file);
   oceanstor::Device_Manager_Info info;
-  if (!in || !std::getline(in, info.auth_info.password)) {
-    cli::fail("cannot read the password file '" + a.password_file + "'");
+  std::string error;
+  if (!cli::read_secret(a.password_file, "OceanStor password: ", info.auth_info.password, error)) {
+    cli::fail("password: " + error);
     return nullptr;
   }
   info.host = a.host;
@@ -192,7 +193,8 @@ void add_oceanstor_commands(CLI::App& app) {
   array->add_option("--ca-file", args.ca_file, "PEM file of the array's certificate or its CA");
   array->add_option("--device-id", args.device_id, "Array device id (taken from the login otherwise)");
   array->add_option("--user", args.user, "User name")->required();
-  array->add_option("--password-file", args.password_file, "File whose first line is the password")->required();
+  array->add_option("--password-file", args.password_file,
+                    "File whose first line is the password (asked on the terminal otherwise)");
   array->add_option("--scope", args.scope, "Login scope (0: local user)");
 
   cli::set_command(array->add_subcommand("login", "Log in and print the device id"), [] { return login(args); });
