@@ -10,19 +10,6 @@ namespace {
 // What a promised-but-never-sent body claims to be, for dropped connections.
 constexpr std::size_t DROPPED_BODY_LENGTH = 4096;
 
-Sim_Request to_sim_request(const httplib::Request& req) {
-  Sim_Request r;
-  r.method = req.method;
-  r.path = req.path;
-  r.target = req.target;
-  const auto mark = req.target.find('?');
-  if (mark != std::string::npos) r.query = req.target.substr(mark + 1);
-  r.body = req.body;
-  for (const auto& h : req.headers) r.headers.emplace_back(h.first, h.second);
-  for (const auto& p : req.params) r.params.emplace_back(p.first, p.second);
-  return r;
-}
-
 void send(const Sim_Reply& reply, httplib::Response& res) {
   res.status = reply.status;
   res.set_content(reply.body, reply.content_type.c_str());
@@ -37,24 +24,6 @@ void send_dropped(httplib::Response& res) {
 }
 
 }  // namespace
-
-std::string Sim_Request::header(const std::string& name) const {
-  for (const auto& h : headers)
-    if (::strcasecmp(h.first.c_str(), name.c_str()) == 0) return h.second;
-  return std::string();
-}
-
-bool Sim_Request::has_header(const std::string& name) const {
-  for (const auto& h : headers)
-    if (::strcasecmp(h.first.c_str(), name.c_str()) == 0) return true;
-  return false;
-}
-
-std::string Sim_Request::param(const std::string& name) const {
-  for (const auto& p : params)
-    if (p.first == name) return p.second;
-  return std::string();
-}
 
 Sim_Fault Sim_Fault::reply(int status, std::string body, int times) {
   Sim_Fault f;
@@ -144,10 +113,7 @@ bool Backupd_Sim::access_denied(const Sim_Request& request) const {
 
 void Backupd_Sim::serve(const httplib::Request& req, httplib::Response& res) {
   Sim_Request request = to_sim_request(req);
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    requests_.push_back(request);
-  }
+  log_.add(request);
   Sim_Fault fault;
   if (take_fault(request.path, fault)) {
     if (fault.delay_ms > 0 && wait_for_stop(fault.delay_ms)) return send_dropped(res);
@@ -174,22 +140,10 @@ Sim_Reply Backupd_Sim::dispatch(const Sim_Request& request) {
   return built_in(request);
 }
 
-std::vector<Sim_Request> Backupd_Sim::requests() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return requests_;
-}
+std::vector<Sim_Request> Backupd_Sim::requests() const { return log_.all(); }
 
-std::vector<Sim_Request> Backupd_Sim::requests_to(const std::string& path) const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  std::vector<Sim_Request> out;
-  for (const auto& r : requests_)
-    if (r.path == path) out.push_back(r);
-  return out;
-}
+std::vector<Sim_Request> Backupd_Sim::requests_to(const std::string& path) const { return log_.to(path); }
 
-void Backupd_Sim::clear_requests() {
-  std::lock_guard<std::mutex> lock(mutex_);
-  requests_.clear();
-}
+void Backupd_Sim::clear_requests() { log_.clear(); }
 
 }  // namespace au_sim

@@ -18,30 +18,9 @@
 
 #include "framework/json/value.h"
 #include "sim/common/loopback_server.h"
+#include "sim/common/sim_request.h"
 
 namespace au_sim {
-
-struct Sim_Request {
-  std::string method;
-  std::string path;    // decoded, without the query
-  std::string target;  // the request line's target, as sent
-  std::string query;   // the raw query text after "?", "" when there is none
-  std::string body;
-  std::vector<std::pair<std::string, std::string>> headers;
-  std::vector<std::pair<std::string, std::string>> params;  // the query, decoded
-
-  // First value of a header (names compare without case); "" when absent.
-  std::string header(const std::string& name) const;
-  bool has_header(const std::string& name) const;
-  // A query parameter, decoded; "" when absent.
-  std::string param(const std::string& name) const;
-};
-
-struct Sim_Reply {
-  int status = 200;
-  std::string body;
-  std::string content_type = "application/json";
-};
 
 // One way to misbehave, applied to the next `times` requests whose path matches
 // (times < 0: every one until cleared). Only the fields that are set take effect:
@@ -152,7 +131,7 @@ class Backupd_Sim {
   Loopback_Server server_;
 
   mutable std::mutex mutex_;
-  std::vector<Sim_Request> requests_;
+  Request_Log log_;
   std::vector<std::pair<std::string, Sim_Fault>> faults_;
   std::map<Route_Key, Handler> routes_;
   std::map<Route_Key, Sim_Reply> replies_;

@@ -16,19 +16,6 @@ constexpr const char* LOGIN_PATH = "/deviceManager/rest/xxxxx/sessions";
 constexpr std::size_t DROPPED_BODY_LENGTH = 4096;
 constexpr std::size_t ENDLESS_PIECE = 64 * 1024;
 
-Sim_Request to_request(const httplib::Request& req) {
-  Sim_Request r;
-  r.method = req.method;
-  r.path = req.path;
-  r.target = req.target;
-  const auto mark = req.target.find('?');
-  if (mark != std::string::npos) r.query = req.target.substr(mark + 1);
-  r.body = req.body;
-  for (const auto& h : req.headers) r.headers.emplace_back(h.first, h.second);
-  for (const auto& p : req.params) r.params.emplace_back(p.first, p.second);
-  return r;
-}
-
 }  // namespace
 
 std::string random_hex_text(std::size_t digits) {
@@ -128,23 +115,11 @@ void OceanStor_Sim::clear_faults() {
   replies_.clear();
 }
 
-std::vector<Sim_Request> OceanStor_Sim::requests() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return requests_;
-}
+std::vector<Sim_Request> OceanStor_Sim::requests() const { return log_.all(); }
 
-std::vector<Sim_Request> OceanStor_Sim::requests_to(const std::string& path) const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  std::vector<Sim_Request> out;
-  for (const auto& r : requests_)
-    if (r.path == path) out.push_back(r);
-  return out;
-}
+std::vector<Sim_Request> OceanStor_Sim::requests_to(const std::string& path) const { return log_.to(path); }
 
-void OceanStor_Sim::clear_requests() {
-  std::lock_guard<std::mutex> lock(mutex_);
-  requests_.clear();
-}
+void OceanStor_Sim::clear_requests() { log_.clear(); }
 
 std::string OceanStor_Sim::reply_text(const json_spirit::Value& data, int64_t code, const std::string& description,
                                       const std::string& suggestion) {
@@ -175,11 +150,8 @@ bool OceanStor_Sim::take_endless(const std::string& path) {
 }
 
 void OceanStor_Sim::serve(const httplib::Request& req, httplib::Response& res) {
-  const Sim_Request request = to_request(req);
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    requests_.push_back(request);
-  }
+  const Sim_Request request = to_sim_request(req);
+  log_.add(request);
   if (take_endless(request.path)) {
     // A JSON text that never closes: the reply goes on until the client gives up.
     res.set_chunked_content_provider("application/json", [this](std::size_t, httplib::DataSink& sink) {

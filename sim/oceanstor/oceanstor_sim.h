@@ -149,7 +149,7 @@ class OceanStor_Sim {
   int unexpose_after_reads_ = 0;
   std::string chunk_size_text_ = "64";
 
-  std::vector<Sim_Request> requests_;
+  Request_Log log_;
   std::vector<std::pair<std::string, Sim_Fault>> faults_;
   std::vector<Endless> endless_;
   std::map<std::pair<std::string, std::string>, Sim_Reply> replies_;
