@@ -10,6 +10,7 @@
 #include "framework/jsonrpc/json_rpc_http_session.h"
 #include "framework/jsonrpc/json_rpc_id_generator.h"
 #include "tests/support/http_test_server.h"
+#include "tests/support/json_text.h"
 #include "tests/support/log_capture.h"
 
 namespace {
@@ -17,11 +18,7 @@ namespace {
 using json_spirit::Object;
 using json_spirit::Value;
 
-Value parse(const std::string& text) {
-  Value v;
-  EXPECT_TRUE(json_spirit::read(text, v)) << text;
-  return v;
-}
+Value parse(const std::string& text) { return au_test::parse_json(text); }
 
 TEST(JSON_RPC_Object_Test, replies_from_outside_are_read_strictly) {
   const std::vector<std::pair<const char*, const char*>> refused = {

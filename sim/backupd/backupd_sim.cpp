@@ -97,13 +97,7 @@ void Backupd_Sim::require_access_key(const std::string& key) {
 
 bool Backupd_Sim::take_fault(const std::string& path, Sim_Fault& fault) {
   std::lock_guard<std::mutex> lock(mutex_);
-  for (auto it = faults_.begin(); it != faults_.end(); ++it) {
-    if (!it->first.empty() && it->first != path) continue;
-    fault = it->second;
-    if (it->second.times > 0 && --it->second.times == 0) faults_.erase(it);
-    return true;
-  }
-  return false;
+  return take_path_fault(faults_, path, fault);
 }
 
 bool Backupd_Sim::access_denied(const Sim_Request& request) const {

@@ -37,6 +37,20 @@ struct Sim_Reply {
 
 Sim_Request to_sim_request(const httplib::Request& req);
 
+// Faults queued per path ("" = any path): takes the first that applies to `path`,
+// spending one of its `times` (0 = forever). Call with the owner's lock held.
+template <class Fault>
+bool take_path_fault(std::vector<std::pair<std::string, Fault>>& faults, const std::string& path,
+                     Fault& fault) {
+  for (auto it = faults.begin(); it != faults.end(); ++it) {
+    if (!it->first.empty() && it->first != path) continue;
+    fault = it->second;
+    if (it->second.times > 0 && --it->second.times == 0) faults.erase(it);
+    return true;
+  }
+  return false;
+}
+
 // Every request in arrival order; safe to add from server threads while tests read.
 class Request_Log {
  public:

@@ -130,13 +130,7 @@ std::string OceanStor_Sim::reply_text(const json_spirit::Value& data, int64_t co
 
 bool OceanStor_Sim::take_fault(const std::string& path, Sim_Fault& fault) {
   std::lock_guard<std::mutex> lock(mutex_);
-  for (auto it = faults_.begin(); it != faults_.end(); ++it) {
-    if (!it->first.empty() && it->first != path) continue;
-    fault = it->second;
-    if (it->second.times > 0 && --it->second.times == 0) faults_.erase(it);
-    return true;
-  }
-  return false;
+  return take_path_fault(faults_, path, fault);
 }
 
 bool OceanStor_Sim::take_endless(const std::string& path) {

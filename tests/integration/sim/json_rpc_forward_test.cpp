@@ -14,6 +14,7 @@
 #include "sim/backupd/backupd_sim.h"
 #include "sim/backupd/jsonrpc_channel.h"
 #include "tests/support/http_test_server.h"
+#include "tests/support/json_text.h"
 #include "tests/support/log_capture.h"
 #include "utils/agent/json_rpc_channel_forward.h"
 
@@ -23,11 +24,7 @@ using au_sim::Channel_Fault;
 using json_spirit::Object;
 using json_spirit::Value;
 
-Value parse(const std::string& text) {
-  Value v;
-  EXPECT_TRUE(json_spirit::read(text, v)) << text;
-  return v;
-}
+Value parse(const std::string& text) { return au_test::parse_json(text); }
 
 Channel_Fault fault(Channel_Fault::Kind kind, Value value = Value(), int code = -32000,
                     std::string message = "") {

@@ -19,6 +19,7 @@
 #include "framework/jsonrpc/json_rpc_http_session.h"
 #include "sim/backupd/backupd_sim.h"
 #include "sim/backupd/jsonrpc_channel.h"
+#include "tests/support/json_text.h"
 #include "tests/support/log_capture.h"
 #include "utils/agent/tencent/client_io_fs_internal.h"
 #include "utils/agent/tencent/tencent_utils.h"
@@ -29,11 +30,7 @@ using au_sim::Channel_Fault;
 using json_spirit::Object;
 using json_spirit::Value;
 
-Value parse(const std::string& text) {
-  Value v;
-  EXPECT_TRUE(json_spirit::read(text, v)) << text;
-  return v;
-}
+Value parse(const std::string& text) { return au_test::parse_json(text); }
 
 class Agent_Mount_Requests : public ::testing::Test {
  protected:
