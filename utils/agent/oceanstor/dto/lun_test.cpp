@@ -8,9 +8,10 @@
 
 #include "framework/json/writer.h"
 #include "tests/support/log_capture.h"
-#include "utils/agent/oceanstor/dto/reply_test.h"
+#include "tests/support/json_text.h"
 
-using au_test::reply;
+// A device-manager reply from its JSON text.
+const auto reply = au_test::parse_json;
 
 namespace {
 

@@ -8,10 +8,11 @@
 #include "utils/agent/oceanstor/dto/bitmap.h"
 #include "utils/agent/oceanstor/dto/bitmap_chunk.h"
 #include "utils/agent/oceanstor/dto/error.h"
-#include "utils/agent/oceanstor/dto/reply_test.h"
+#include "tests/support/json_text.h"
 #include "utils/agent/oceanstor/dto/snapshot.h"
 
-using au_test::reply;
+// A device-manager reply from its JSON text.
+const auto reply = au_test::parse_json;
 
 TEST(OceanStor_Error, reads_codes_as_numbers_or_strings_and_refuses_what_does_not_fit) {
   au_test::Log_Capture logs;
