@@ -9,15 +9,11 @@
 #include <string>
 #include <vector>
 
-#include "tests/integration/ceph/client_test_cluster.h"
-#include "tests/support/log_capture.h"
-#include "utils/agent/ceph/ceph_image.h"
-#include "utils/agent/ceph/ceph_pool.h"
-#include "utils/agent/ceph/ceph_snapshot.h"
+#include "tests/integration/ceph/pool_fixture.h"
 
 namespace {
 
-const std::string POOL = au_test::SANDBOX_RBD_POOL;
+using namespace ceph_test;
 
 std::vector<std::string> members(ceph::Ceph_Group& group) {
   std::vector<ceph::Image_Spec> images;
@@ -34,18 +30,14 @@ size_t listed(ceph::Ceph_Pool& pool, const std::string& group) {
   return groups.count(group);
 }
 
-using Ceph_Group_On_Cluster = client_test::Pool_Fixture;
+using Ceph_Group_On_Cluster = Pool_Fixture;
 
 TEST_F(Ceph_Group_On_Cluster, holds_images_takes_snapshots_and_renames) {
   const std::string a = au_test::unique_ceph_name("gimg"), b = au_test::unique_ceph_name("gimg");
   const std::string name = au_test::unique_ceph_name("grp"), renamed = name + "-renamed";
-  for (const auto& image : {a, b}) {
-    cleanup_.image(POOL + "/" + image);
-    ceph::Ceph_Image created;
-    ASSERT_TRUE(pool_.new_image(image, 4 << 20, created, 1, 22, 0, 0, false));
-  }
-  cleanup_.group(POOL + "/" + name);
-  cleanup_.group(POOL + "/" + renamed);
+  for (const auto& image : {a, b}) ASSERT_TRUE(make_image(image, 4));
+  cleanup_.group(name);
+  cleanup_.group(renamed);
 
   ceph::Ceph_Group group;
   // The URI's pool part is ignored: members always come from the group's pool.
@@ -72,8 +64,11 @@ TEST_F(Ceph_Group_On_Cluster, holds_images_takes_snapshots_and_renames) {
   // Purging a member removes its user snapshots, protected too, not the group's.
   ceph::Ceph_Image image;
   ceph::Ceph_Snapshot user;
+  ceph::Group_Info info;
   ASSERT_TRUE(pool_.open_image(a, image, false) && image.new_snapshot("u1", user));
-  ASSERT_TRUE(au_test::run_ceph_cli("rbd snap protect " + POOL + "/" + a + "@u1", nullptr));
+  EXPECT_TRUE(image.get_group(info));
+  EXPECT_EQ(name, info.name);
+  ASSERT_TRUE(rbd("snap protect " + POOL + "/" + a + "@u1"));
   EXPECT_TRUE(image.purge_snapshots(true)) << logs_.dump();
   std::vector<ceph::Snapshot_Info> left;
   ASSERT_TRUE(image.list_snapshot(left));
@@ -104,7 +99,7 @@ TEST_F(Ceph_Group_On_Cluster, holds_images_takes_snapshots_and_renames) {
 
 TEST_F(Ceph_Group_On_Cluster, a_temporary_group_removes_itself_and_checks_arguments) {
   const std::string name = au_test::unique_ceph_name("gtmp");
-  cleanup_.group(POOL + "/" + name);
+  cleanup_.group(name);
   {
     ceph::Ceph_Group temporary(true);
     ASSERT_TRUE(pool_.new_group(name, temporary));

@@ -4,28 +4,24 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 #include <string>
 #include <vector>
 
-#include "tests/integration/ceph/client_test_cluster.h"
-#include "tests/support/log_capture.h"
-#include "utils/agent/ceph/ceph_image.h"
-#include "utils/agent/ceph/ceph_snapshot.h"
+#include "tests/integration/ceph/pool_fixture.h"
 
 namespace {
 
-const std::string POOL = au_test::SANDBOX_RBD_POOL;
+using namespace ceph_test;
 
-bool exists_on_cluster(const std::string& name) {
-  return au_test::run_ceph_cli("rbd info " + POOL + "/" + name + " >/dev/null 2>&1", nullptr);
-}
+bool exists_on_cluster(const std::string& name) { return rbd("info " + POOL + "/" + name + " >/dev/null 2>&1"); }
 
-using Ceph_Pool_On_Cluster = client_test::Pool_Fixture;
+using Ceph_Pool_On_Cluster = Pool_Fixture;
 
 TEST_F(Ceph_Pool_On_Cluster, creates_lists_opens_and_removes_images) {
   const std::string name = au_test::unique_ceph_name("pimg");
-  cleanup_.image(POOL + "/" + name);
+  cleanup_.image(name);
   ceph::Ceph_Image image, other;
   ASSERT_TRUE(pool_.new_image(name, 4 << 20, image, 1, 22, 0, 0, false)) << logs_.dump();
   EXPECT_EQ(4u << 20, image.size());
@@ -54,14 +50,9 @@ TEST_F(Ceph_Pool_On_Cluster, creates_lists_opens_and_removes_images) {
 
 TEST_F(Ceph_Pool_On_Cluster, removes_an_image_with_snapshots_only_when_asked_to_purge) {
   const std::string name = au_test::unique_ceph_name("psnap");
-  cleanup_.image(POOL + "/" + name);
-  {
-    ceph::Ceph_Image image;
-    ceph::Ceph_Snapshot s1, s2;
-    ASSERT_TRUE(pool_.new_image(name, 4 << 20, image, 1, 22, 0, 0, false));
-    ASSERT_TRUE(image.new_snapshot("s1", s1) && image.new_snapshot("s2", s2));
-  }
-  ASSERT_TRUE(au_test::run_ceph_cli("rbd snap protect " + POOL + "/" + name + "@s2", nullptr));
+  ASSERT_TRUE(make_image(name, 4));
+  for (const char* snap : {"@s1", "@s2"}) ASSERT_TRUE(rbd("snap create --no-progress " + POOL + "/" + name + snap));
+  ASSERT_TRUE(rbd("snap protect " + POOL + "/" + name + "@s2"));
   EXPECT_FALSE(pool_.remove_image(name, false));
   EXPECT_TRUE(logs_.has(LM_ERROR, "Failed to remove image '" + name + "': image is not empty.\n"));
   EXPECT_TRUE(pool_.remove_image(name, true)) << logs_.dump();
