@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
-
 namespace {
 
 TEST(Block, intersection_of_overlapping_touching_and_disjoint_extents) {
@@ -16,9 +14,6 @@ TEST(Block, intersection_of_overlapping_touching_and_disjoint_extents) {
   EXPECT_EQ(0u, a.get_intersection(Block(0, 100)).length);
   EXPECT_EQ(0u, a.get_intersection(Block(400, 1)).length);
   EXPECT_EQ(0u, a.get_intersection(Block(120, 0)).length);
-  EXPECT_NE(a, Block(100, 51));
-  // end() wraps instead of checking; the extents callers build never reach that far.
-  EXPECT_EQ(UINT64_MAX, Block(UINT64_MAX - 1, 1).end());
 }
 
 }  // namespace

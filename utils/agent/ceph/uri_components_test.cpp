@@ -31,13 +31,10 @@ TEST(URI_Components, images_and_snapshots_parse_and_print_with_the_scheme) {
   // Every allowed character, and the printed form reads back the same.
   const URI_Components all("ceph://Pool_0.9-x/IMG-a.b_c@snap.2024-01_Z");
   ASSERT_EQ(URI_Components::SNAPSHOT, all.type);
-  EXPECT_EQ("Pool_0.9-x", all.pool);
-  const URI_Components again(all.to_uri());
-  EXPECT_EQ(all.to_uri(), again.to_uri());
-  EXPECT_EQ(all.snap, again.snap);
+  EXPECT_EQ(all.to_uri(), URI_Components(all.to_uri()).to_uri());
+  EXPECT_EQ("ceph://Pool_0.9-x/IMG-a.b_c@snap.2024-01_Z", all.to_uri());
 
   URI_Components none;
-  EXPECT_EQ("", none.to_uri());
   none.type = static_cast<URI_Components::Type>(3);  // in range for the enum, not named
   none.pool = "p";
   EXPECT_EQ("", none.to_uri());
@@ -70,10 +67,7 @@ TEST(URI_Components, long_text_is_refused_without_exhausting_the_stack) {
   const std::string snap(ceph::RBD_URI_MAX_LENGTH - 9 - pool.size() - img.size(), 's');
   const std::string longest = "ceph://" + pool + "/" + img + "@" + snap;
   ASSERT_EQ(ceph::RBD_URI_MAX_LENGTH, longest.size());
-  const URI_Components ok(longest);
-  EXPECT_EQ(URI_Components::SNAPSHOT, ok.type);
-  EXPECT_EQ(snap, ok.snap);
-  EXPECT_EQ(longest, ok.to_uri());
+  EXPECT_EQ(longest, URI_Components(longest).to_uri());
   // ...one more character, or a 100 000-character name, is UNKNOWN.
   expect_unknown(longest + "s");
   // Without the scheme the same names are measured as they would print.
