@@ -50,7 +50,7 @@ TEST(OceanStor_Snapshot, reads_the_data_object_and_refuses_what_does_not_fit) {
   EXPECT_EQ(2u, logs.records().size()) << logs.dump();
 }
 
-TEST(OceanStor_Bitmap, chunk_size_must_be_a_decimal_string_within_32_bits) {
+TEST(OceanStor_Bitmap, chunk_size_must_be_a_decimal_string_within_32_bits_and_bitmaps_name_their_lun) {
   au_test::Log_Capture logs;
   const auto chunk_reply = [](const std::string& size) {
     return reply(R"({"data": {"BITMAPCHUNKSIZE": )" + size + R"(, "LUNID": "6"}})");
@@ -74,15 +74,11 @@ TEST(OceanStor_Bitmap, chunk_size_must_be_a_decimal_string_within_32_bits) {
                                  "{\"data\":{\"BITMAPCHUNKSIZE\":64,\"LUNID\":\"6\"}}\n"))
       << logs.dump();
   EXPECT_EQ(1u, logs.records().size()) << logs.dump();
-}
 
-TEST(OceanStor_Bitmap, reads_text_and_lun_id_both_required) {
-  au_test::Log_Capture logs;
+  // The bitmap itself: text and lun id both required.
   oceanstor::Bitmap bitmap;
   ASSERT_TRUE(bitmap << reply(R"({"data": {"CHUNKBITMAP": "0F81", "LUNID": "6"}})"));
   EXPECT_EQ("0F81/6", bitmap.bitmap + "/" + bitmap.lun_id);
-  bitmap.clear();
-  EXPECT_EQ("", bitmap.bitmap + bitmap.lun_id);
   EXPECT_FALSE(bitmap << reply(R"({"data": {"CHUNKBITMAP": "00"}})"));
   EXPECT_TRUE(logs.has(LM_ERROR, "Unexpected exception occurred while parse bitmap info, JSON Pointer "
                                  "path '/data/LUNID' not exist in JSON!\n"))
