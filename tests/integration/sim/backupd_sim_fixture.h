@@ -4,13 +4,16 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
 
 #include "framework/http/host_manager.h"
 #include "framework/http/http_options.h"
-#include "framework/json/reader.h"
+#include "framework/jsonrpc/json_rpc_http_session.h"
 #include "sim/backupd/backupd_sim.h"
+#include "sim/backupd/jsonrpc_channel.h"
 #include "tests/support/http_test_server.h"
+#include "tests/support/json_text.h"
 #include "tests/support/log_capture.h"
 
 class Backupd_Sim_Test : public ::testing::Test {
@@ -38,11 +41,7 @@ class Backupd_Sim_Test : public ::testing::Test {
     return v;
   }
 
-  static json_spirit::Value parse(const std::string& text) {
-    json_spirit::Value v;
-    EXPECT_TRUE(json_spirit::read(text, v)) << text;
-    return v;
-  }
+  static json_spirit::Value parse(const std::string& text) { return au_test::parse_json(text); }
 
   std::size_t count_at(ACE_Log_Priority priority) const {
     std::size_t n = 0;
@@ -53,4 +52,27 @@ class Backupd_Sim_Test : public ::testing::Test {
 
   au_sim::Backupd_Sim sim_;
   au_test::Log_Capture log_;
+};
+
+// The same server with a JSON-RPC channel at "/d2/jr" through which one fake agent
+// answers for `CHANNEL`. Retries come quickly.
+class Channel_Sim_Test : public Backupd_Sim_Test {
+ protected:
+  static constexpr const char* CHANNEL = "agent-7";
+
+  void SetUp() override {
+    Backupd_Sim_Test::SetUp();
+    JSON_RPC_HTTP_Session::default_retry_interval(1);
+    channel_.add_agent(CHANNEL, agent_);
+    channel_.attach(sim_);
+  }
+
+  // The params of the last call the agent received.
+  json_spirit::Value last_params() const {
+    const auto calls = agent_->calls();
+    return calls.empty() ? json_spirit::Value() : calls.back().get_obj().at("params");
+  }
+
+  std::shared_ptr<au_sim::Fake_Agent> agent_ = std::make_shared<au_sim::Fake_Agent>();
+  au_sim::JSON_RPC_Channel channel_;
 };

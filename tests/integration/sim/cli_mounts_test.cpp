@@ -26,11 +26,11 @@ class Fake_Client_IO_FS {
               static_cast<char*>(nullptr));
       ::_exit(127);
     }
+    if (pid_ > 0) ::setpgid(pid_, pid_);  // both sides, whichever runs first
   }
   ~Fake_Client_IO_FS() {
     if (pid_ > 0) {
       ::kill(-pid_, SIGKILL);
-      ::kill(pid_, SIGKILL);
       ::waitpid(pid_, nullptr, 0);
     }
   }

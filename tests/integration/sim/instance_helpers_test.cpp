@@ -41,16 +41,12 @@ TEST_F(Instance_Helpers, KeepsServerAndLocalRegistryInStep) {
   EXPECT_EQ(parse(R"({"host_uuid":"host 1/a","name":"pool a","type":"ceph","uuid":"u 1/x",
                       "extended_attrs":{"cluster":"c1","pools":["a","b"]}})"),
             body_of(post));
-  EXPECT_EQ("k-123", post.header(Backupd_Sim::ACCESS_KEY_HEADER));
   EXPECT_EQ(instance, Instance_Manager::instance()->find("u 1/x"));
 
   ASSERT_TRUE(update_instance(instance, Object{{"cluster", "c2"}}));
   const auto put = sim_.requests().back();
-  EXPECT_EQ("PUT", put.method);
-  EXPECT_EQ("uuid=u+1%2fx", put.query);
+  EXPECT_EQ("PUT /d2/r/v2/instances?uuid=u+1%2fx", put.method + " " + put.target);
   EXPECT_EQ(parse(R"({"extended_attrs":{"cluster":"c2"}})"), body_of(put));
-  EXPECT_EQ(Value(Object{{"cluster", "c2"}}),
-            sim_.instances().at("u 1/x").get_obj().at("extended_attrs"));
 
   std::vector<Value> info;
   ASSERT_TRUE(get_instance_info("u 1/x", info));
@@ -63,8 +59,7 @@ TEST_F(Instance_Helpers, KeepsServerAndLocalRegistryInStep) {
   EXPECT_EQ(std::vector<std::string>{"u 1/x"}, sim_.removed_resources());
 
   ASSERT_TRUE(remove_instance(instance));
-  EXPECT_EQ("DELETE", sim_.requests().back().method);
-  EXPECT_EQ("uuid=u+1%2fx", sim_.requests().back().query);
+  EXPECT_EQ("DELETE /d2/r/v2/instances?uuid=u+1%2fx", sim_.requests().back().method + " " + sim_.requests().back().target);
   EXPECT_TRUE(sim_.instances().empty());
   EXPECT_EQ(nullptr, Instance_Manager::instance()->find("u 1/x"));
   EXPECT_EQ(0u, count_at(LM_ERROR)) << log_.dump();
@@ -82,9 +77,7 @@ TEST_F(Instance_Helpers, FailedRequestsLeaveLocalRegistryAsItWas) {
   sim_.clear_requests();
   EXPECT_FALSE(add_instance(instance));
   EXPECT_TRUE(sim_.requests().empty());
-  Instance_Manager::instance()->clear();
 
-  ASSERT_TRUE(add_instance(instance));
   sim_.inject(Backupd_Sim::INSTANCES_PATH, Sim_Fault::drop());
   EXPECT_FALSE(remove_instance(instance));
   EXPECT_TRUE(log_.has(LM_ERROR, "Failed to remove instance pool a(uuid u2).\n")) << log_.dump();
@@ -107,9 +100,7 @@ TEST_F(Instance_Helpers, InstanceInfoRefusesOddRows) {
   EXPECT_FALSE(get_instance_info("nobody", info));  // {"rows": []}
   EXPECT_TRUE(log_.has(LM_ERROR, "Failed to get nobody instances info\n")) << log_.dump();
 
-  const char* rows[] = {R"({"rows":[{"uuid":"x"}]})", R"({"rows":[{"instances":{"a":1}}]})",
-                        R"({"rows":[[1]]})"};
-  for (const char* body : rows) {
+  for (const char* body : {R"({"rows":[{"uuid":"x"}]})", R"({"rows":[{"instances":{"a":1}}]})", R"({"rows":[[1]]})"}) {
     log_.clear();
     sim_.inject(Backupd_Sim::RESOURCES_PATH, Sim_Fault::reply(200, body));
     EXPECT_FALSE(get_instance_info("x", info)) << body;

@@ -1,21 +1,11 @@
 // json_rpc_forward against the backup server simulator: the exact request that goes
 // out, and every way the answer can be refused.
-#include <gtest/gtest.h>
-
-#include <memory>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
-#include "framework/http/host_manager.h"
-#include "framework/http/http_options.h"
-#include "framework/json/reader.h"
-#include "framework/jsonrpc/json_rpc_http_session.h"
-#include "sim/backupd/backupd_sim.h"
-#include "sim/backupd/jsonrpc_channel.h"
-#include "tests/support/http_test_server.h"
-#include "tests/support/json_text.h"
-#include "tests/support/log_capture.h"
+#include "tests/integration/sim/backupd_sim_fixture.h"
 #include "utils/agent/json_rpc_channel_forward.h"
 
 namespace {
@@ -24,10 +14,7 @@ using au_sim::Channel_Fault;
 using json_spirit::Object;
 using json_spirit::Value;
 
-Value parse(const std::string& text) { return au_test::parse_json(text); }
-
-Channel_Fault fault(Channel_Fault::Kind kind, Value value = Value(), int code = -32000,
-                    std::string message = "") {
+Channel_Fault fault(Channel_Fault::Kind kind, Value value = Value(), int code = -32000, std::string message = "") {
   Channel_Fault f;
   f.kind = kind;
   f.value = std::move(value);
@@ -36,25 +23,12 @@ Channel_Fault fault(Channel_Fault::Kind kind, Value value = Value(), int code = 
   return f;
 }
 
-class JSON_RPC_Forward_Test : public ::testing::Test {
+class JSON_RPC_Forward_Test : public Channel_Sim_Test {
  protected:
   void SetUp() override {
-    saved_defaults_ = HTTP_Options::instance()->defaults();
-    saved_backupd_ = HTTP_Options::instance()->backupd();
-    JSON_RPC_HTTP_Session::default_retry_interval(1);
+    Channel_Sim_Test::SetUp();
     agent_->set_file_size("/data/a", 7);
-    channel_.add_agent("ch-1", agent_);
-    channel_.attach(sim_);
-    ASSERT_TRUE(sim_.start());
-    HTTP_Options::instance()->backupd(HTTP_Server_Address{"127.0.0.1", sim_.port(), false});
     Host_Manager::instance()->access_key("host-key");
-  }
-
-  void TearDown() override {
-    sim_.stop();
-    HTTP_Options::instance()->defaults(saved_defaults_);
-    HTTP_Options::instance()->backupd(saved_backupd_);
-    Host_Manager::instance()->access_key("");
   }
 
   Backupd_Info named_server() const {
@@ -62,56 +36,45 @@ class JSON_RPC_Forward_Test : public ::testing::Test {
     info.host = "127.0.0.1";
     info.port = sim_.port();
     info.access_key = "named-key";
-    info.channel_id = "ch-1";
+    info.channel_id = CHANNEL;
     return info;
   }
 
   // Forwards a storage-size check through the short form.
   bool check_size(Value* result, json_spirit::Value_type type = json_spirit::obj_type) {
     const Value params = Object{{"action", "check_storage_size"}, {"files", json_spirit::Array{"/data/a"}}};
-    return json_rpc_forward("agent.storage", params, "ch-1", result, type);
+    return json_rpc_forward("agent.storage", params, CHANNEL, result, type);
   }
-
-  std::shared_ptr<au_sim::Fake_Agent> agent_ = std::make_shared<au_sim::Fake_Agent>();
-  au_sim::JSON_RPC_Channel channel_;
-  au_sim::Backupd_Sim sim_;
-  HTTP_Connection_Settings saved_defaults_;
-  HTTP_Server_Address saved_backupd_;
 };
 
 TEST_F(JSON_RPC_Forward_Test, wraps_the_call_in_channel_forward_and_returns_its_result) {
-  au_test::Log_Capture logs;
-  const Value params = Object{{"action", "umount"}, {"mnt", "/mnt/x"}};
   agent_->add_mount("/mnt/x");
   Value result;
-  ASSERT_TRUE(json_rpc_forward(named_server(), "agent.umount", params, &result, json_spirit::obj_type))
-      << logs.dump();
+  ASSERT_TRUE(json_rpc_forward(named_server(), "agent.umount", Object{{"action", "umount"}, {"mnt", "/mnt/x"}},
+                               &result, json_spirit::obj_type))
+      << log_.dump();
   EXPECT_EQ(parse(R"({"result":true})"), result);
   EXPECT_TRUE(agent_->mounts().empty());
-  EXPECT_TRUE(logs.records().empty()) << logs.dump();
+  EXPECT_TRUE(log_.records().empty()) << log_.dump();
 
   const auto sent = sim_.requests_to("/d2/jr");
   ASSERT_EQ(1u, sent.size());
-  EXPECT_EQ("POST", sent[0].method);
   EXPECT_EQ("named-key", sent[0].header("X-Access-Key")) << "the record's key replaces the host's";
-  const Value sent_body = parse(sent[0].body);
-  const Object& body = sent_body.get_obj();
-  EXPECT_EQ(4u, body.size());
-  EXPECT_EQ(Value("2.0"), body.at("jsonrpc"));
-  EXPECT_EQ(Value("channel.forward"), body.at("method"));
+  Object body = body_of(sent[0]).get_obj();
   EXPECT_EQ(json_spirit::int_type, body.at("id").type());
-  EXPECT_EQ(parse(R"({"channel_id":"ch-1","channel_type":"agent",
-                      "jsonrpc_request":{"method":"agent.umount","params":{"action":"umount","mnt":"/mnt/x"}}})"),
-            body.at("params"));
+  body.erase("id");
+  EXPECT_EQ(parse(R"({"jsonrpc":"2.0","method":"channel.forward","params":{"channel_id":"agent-7",
+                      "channel_type":"agent","jsonrpc_request":{"method":"agent.umount",
+                      "params":{"action":"umount","mnt":"/mnt/x"}}}})"),
+            Value(body));
 
   // Params of any type travel as they are; this agent answers such a call with an error.
-  EXPECT_FALSE(json_rpc_forward(named_server(), "agent.echo", Value("plain"), &result,
-                                json_spirit::obj_type));
+  EXPECT_FALSE(json_rpc_forward(named_server(), "agent.echo", Value("plain"), &result, json_spirit::obj_type));
   EXPECT_EQ(parse(R"({"result":true})"), result) << "a failure leaves the result alone";
   EXPECT_EQ(Value("plain"), channel_.forwarded().back().get_obj().at("jsonrpc_request").get_obj().at("params"));
-  EXPECT_TRUE(logs.has(LM_ERROR, "channel.forward failed, method agent.echo, channel_id ch-1, "
+  EXPECT_TRUE(log_.has(LM_ERROR, "channel.forward failed, method agent.echo, channel_id agent-7, "
                                  "code -32602: params must be an object.\n"))
-      << logs.dump();
+      << log_.dump();
 }
 
 TEST_F(JSON_RPC_Forward_Test, the_short_form_uses_the_process_backup_server_and_its_key) {
@@ -119,72 +82,61 @@ TEST_F(JSON_RPC_Forward_Test, the_short_form_uses_the_process_backup_server_and_
   Value result;
   ASSERT_TRUE(check_size(&result));
   EXPECT_EQ(parse(R"({"result":true,"total_size":7})"), result);
-  EXPECT_EQ("host-key", sim_.requests_to("/d2/jr").at(0).header("X-Access-Key"));
 
   Backupd_Info loaded;
   loaded.channel_id = "kept";
   loaded.load();
-  EXPECT_EQ("127.0.0.1", loaded.host);
-  EXPECT_EQ(sim_.port(), loaded.port);
-  EXPECT_FALSE(loaded.ssl);
-  EXPECT_EQ("host-key", loaded.access_key);
-  EXPECT_EQ("kept", loaded.channel_id);
-  Backupd_Info defaults;
-  EXPECT_TRUE(defaults.host.empty());
-  EXPECT_EQ(50305, defaults.port);
-}
+  EXPECT_EQ(std::make_tuple(std::string("127.0.0.1"), sim_.port(), false, std::string("host-key"),
+                            std::string("kept")),
+            std::make_tuple(loaded.host, loaded.port, loaded.ssl, loaded.access_key, loaded.channel_id));
 
-TEST_F(JSON_RPC_Forward_Test, missing_method_or_channel_fails_before_any_request) {
-  au_test::Log_Capture logs;
-  Value result;
-  EXPECT_FALSE(json_rpc_forward("", Object(), "ch-1", &result, json_spirit::obj_type));
-  EXPECT_TRUE(logs.has_check("method is empty")) << logs.dump();
+  // A missing method or channel fails before any request.
+  sim_.clear_requests();
+  log_.clear();
+  EXPECT_FALSE(json_rpc_forward("", Object(), CHANNEL, &result, json_spirit::obj_type));
+  EXPECT_TRUE(log_.has_check("method is empty")) << log_.dump();
   EXPECT_FALSE(json_rpc_forward("agent.x", Object(), "", &result, json_spirit::obj_type));
-  EXPECT_TRUE(logs.has_check("info.channel_id is empty")) << logs.dump();
-  EXPECT_EQ(2u, logs.records().size());
+  EXPECT_TRUE(log_.has_check("info.channel_id is empty")) << log_.dump();
+  EXPECT_EQ(2u, log_.records().size());
   EXPECT_TRUE(sim_.requests().empty());
 }
 
 TEST_F(JSON_RPC_Forward_Test, error_and_mistyped_replies_are_refused_with_one_line) {
   const Value untouched("untouched");
-  const char* const sent_to = "/d2/jr' is not valid: ";
+  const std::string sent_to = "/d2/jr' is not valid: ";
   const std::vector<std::pair<Channel_Fault, std::string>> cases = {
       {fault(Channel_Fault::ERROR_REPLY, Value(), 17, "agent is busy"),
-       "channel.forward failed, method agent.storage, channel_id ch-1, code 17: agent is busy.\n"},
+       "channel.forward failed, method agent.storage, channel_id agent-7, code 17: agent is busy.\n"},
       {fault(Channel_Fault::RESULT_VALUE, 5),
-       "channel.forward failed, method agent.storage, channel_id ch-1, expected 6, got 5\n"},
-      {fault(Channel_Fault::NO_REPLY), sent_to + std::string("the body is empty or null.")},
+       "channel.forward failed, method agent.storage, channel_id agent-7, expected 6, got 5\n"},
+      {fault(Channel_Fault::NO_REPLY), sent_to + "the body is empty or null."},
       {fault(Channel_Fault::MALFORMED), "failed: the reply is not JSON"},
-      {fault(Channel_Fault::WRONG_ID), sent_to + std::string("it answers id \"not-")},
-      {fault(Channel_Fault::NOT_A_REPLY), sent_to + std::string("it is a call, not a reply.")},
+      {fault(Channel_Fault::WRONG_ID), sent_to + "it answers id \"not-"},
+      {fault(Channel_Fault::NOT_A_REPLY), sent_to + "it is a call, not a reply."},
   };
   for (const auto& c : cases) {
-    au_test::Log_Capture logs;
+    log_.clear();
     channel_.inject(c.first);
     Value result = untouched;
-    const auto expected = c.first.kind == Channel_Fault::RESULT_VALUE ? json_spirit::real_type
-                                                                       : json_spirit::obj_type;
+    const auto expected = c.first.kind == Channel_Fault::RESULT_VALUE ? json_spirit::real_type : json_spirit::obj_type;
     EXPECT_FALSE(check_size(&result, expected)) << c.second;
     EXPECT_EQ(untouched, result) << c.second;
-    ASSERT_EQ(1u, logs.records().size()) << logs.dump();
-    EXPECT_EQ(LM_ERROR, logs.records()[0].priority);
+    ASSERT_EQ(1u, log_.records().size()) << log_.dump();
     // Whole lines are exact; the rest name the server's address around the fragment.
     if (c.second.back() == '\n')
-      EXPECT_EQ(c.second, logs.records()[0].text);
+      EXPECT_TRUE(log_.has(LM_ERROR, c.second)) << log_.dump();
     else
-      EXPECT_NE(std::string::npos, logs.records()[0].text.find(c.second)) << logs.dump();
+      EXPECT_TRUE(log_.has_fragment(LM_ERROR, c.second)) << log_.dump();
   }
 
-  au_test::Log_Capture logs;
   Backupd_Info elsewhere = named_server();
   elsewhere.channel_id = "ch-gone";
   EXPECT_FALSE(json_rpc_forward(elsewhere, "agent.x", Object(), nullptr, json_spirit::obj_type));
-  EXPECT_TRUE(logs.has(LM_ERROR, "channel.forward failed, method agent.x, channel_id ch-gone, "
+  EXPECT_TRUE(log_.has(LM_ERROR, "channel.forward failed, method agent.x, channel_id ch-gone, "
                                  "code -32010: channel 'ch-gone' is not connected.\n"))
-      << logs.dump();
-}
+      << log_.dump();
 
-TEST_F(JSON_RPC_Forward_Test, without_a_result_wanted_any_reply_but_an_error_succeeds) {
+  // Without a result wanted any reply but an error succeeds.
   channel_.inject(fault(Channel_Fault::RESULT_VALUE, "not an object"));
   EXPECT_TRUE(check_size(nullptr));
   channel_.inject(fault(Channel_Fault::ERROR_REPLY));
@@ -198,34 +150,32 @@ TEST_F(JSON_RPC_Forward_Test, without_a_result_wanted_any_reply_but_an_error_suc
 }
 
 TEST_F(JSON_RPC_Forward_Test, unreachable_slow_and_failing_servers_give_false_and_one_line) {
-  au_test::Log_Capture logs;
   Backupd_Info nowhere = named_server();
   nowhere.port = au_test::unused_local_port();
   Value result;
   EXPECT_FALSE(json_rpc_forward(nowhere, "agent.x", Object(), &result, json_spirit::obj_type));
-  ASSERT_EQ(1u, logs.records().size()) << logs.dump();
-  EXPECT_TRUE(logs.has_fragment(LM_ERROR, "HTTP request 'POST http://127.0.0.1:" +
-                                              std::to_string(nowhere.port) + "/d2/jr' failed"))
-      << logs.dump();
+  ASSERT_EQ(1u, log_.records().size()) << log_.dump();
+  EXPECT_TRUE(log_.has_fragment(LM_ERROR, "HTTP request 'POST http://127.0.0.1:" + std::to_string(nowhere.port) +
+                                              "/d2/jr' failed"))
+      << log_.dump();
 
-  logs.clear();
+  log_.clear();
   sim_.inject("/d2/jr", au_sim::Sim_Fault::reply(503, "{}", -1));
   EXPECT_FALSE(check_size(&result));
   EXPECT_EQ(5u, sim_.requests_to("/d2/jr").size()) << "five attempts in all";
-  ASSERT_EQ(1u, logs.records().size()) << logs.dump();
-  EXPECT_TRUE(logs.has_fragment(LM_ERROR, "/d2/jr' failed: status 503.")) << logs.dump();
+  ASSERT_EQ(1u, log_.records().size()) << log_.dump();
+  EXPECT_TRUE(log_.has_fragment(LM_ERROR, "/d2/jr' failed: status 503.")) << log_.dump();
 
-  sim_.clear_faults();
-  logs.clear();
+  log_.clear();
   HTTP_Connection_Settings quick = HTTP_Options::instance()->defaults();
   quick.transfer_timeout = 1;
   HTTP_Options::instance()->defaults(quick);
-  sim_.inject("/d2/jr", au_sim::Sim_Fault::delay(60000, -1));
-  EXPECT_FALSE(check_size(&result));
-  sim_.clear_faults();
-  sim_.inject("/d2/jr", au_sim::Sim_Fault::drop(-1));
-  EXPECT_FALSE(check_size(&result));
-  EXPECT_EQ(2u, logs.records().size()) << logs.dump();
+  for (const auto& stall : {au_sim::Sim_Fault::delay(60000, -1), au_sim::Sim_Fault::drop(-1)}) {
+    sim_.clear_faults();
+    sim_.inject("/d2/jr", stall);
+    EXPECT_FALSE(check_size(&result));
+  }
+  EXPECT_EQ(2u, log_.records().size()) << log_.dump();
   EXPECT_TRUE(result.is_null());
 }
 

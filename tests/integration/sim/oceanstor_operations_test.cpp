@@ -1,11 +1,12 @@
 // OceanStor LUN, snapshot, lun-group and host operations against the simulated array:
-// the URIs and bodies sent, the records read, and the detach polling.
+// the queries sent, the records read, and the detach polling. (The association bodies
+// themselves are pinned beside their records; the array here refuses a wrong type.)
 #include <gtest/gtest.h>
 
-#include "framework/json/reader.h"
 #include "tests/integration/sim/oceanstor_fixture.h"
 
 using au_sim::OceanStor_Sim;
+using au_sim::Sim_Fault;
 using au_sim::Sim_Reply;
 using au_test::Log_Capture;
 
@@ -26,22 +27,18 @@ class OceanStor_Operations : public au_test::OceanStor_Test {
     const auto requests = sim.requests_to(rest(resource));
     return requests.empty() ? std::string("<none>") : requests.back().query;
   }
+
+  Log_Capture log;
 };
 
 TEST_F(OceanStor_Operations, reads_of_luns_and_snapshots) {
-  Log_Capture log;
   oceanstor::Snapshot snap;
   ASSERT_TRUE(client->get_snapshot("40", snap));
-  EXPECT_EQ(27, snap.type);
   EXPECT_EQ("snap_a", snap.name);
-  EXPECT_EQ("false", snap.exposed_to_initiator);
   EXPECT_FALSE(client->is_snap_attached("40"));
-
   oceanstor::LUN lun;
   ASSERT_TRUE(client->get_lun("11", lun));
-  EXPECT_EQ(11, lun.type);
   EXPECT_EQ("lun_a", lun.name);
-  EXPECT_TRUE(lun.remote_lun_wwn.empty()) << "\"--\" means none";
 
   ASSERT_TRUE(client->attach_lun("12", "3"));
   ASSERT_TRUE(client->attach_snapshot("40", "3"));
@@ -74,18 +71,16 @@ TEST_F(OceanStor_Operations, reads_of_luns_and_snapshots) {
 }
 
 TEST_F(OceanStor_Operations, only_the_exact_text_true_means_attached) {
-  const std::string path = rest("snapshot/40");
+  const auto snapshot = [](const char* exposed) {
+    return Sim_Reply{200, OceanStor_Sim::reply_text(json_spirit::Object{
+                              {"TYPE", "27"}, {"EXPOSEDTOINITIATOR", exposed}, {"ID", "40"}, {"NAME", "s"}, {"WWN", "w"}})};
+  };
   for (const char* exposed : {"TRUE", "1", "true"}) {
-    const json_spirit::Object data{{"TYPE", "27"}, {"EXPOSEDTOINITIATOR", exposed}, {"ID", "40"},
-                                   {"NAME", "s"},  {"WWN", "w"}};
-    sim.set_reply("GET", path, Sim_Reply{200, OceanStor_Sim::reply_text(data)});
+    sim.set_reply("GET", rest("snapshot/40"), snapshot(exposed));
     EXPECT_EQ(std::string(exposed) == "true", client->is_snap_attached("40")) << exposed;
   }
   // The host-scoped form reads a single snapshot object from the associate query.
-  sim.set_reply("GET", rest("snapshot/associate"),
-                Sim_Reply{200, OceanStor_Sim::reply_text(json_spirit::Object{
-                                   {"TYPE", 27}, {"EXPOSEDTOINITIATOR", "true"}, {"ID", "40"}, {"NAME", "s"},
-                                   {"WWN", "w"}})});
+  sim.set_reply("GET", rest("snapshot/associate"), snapshot("true"));
   oceanstor::Snapshot snap;
   ASSERT_TRUE(client->get_snapshot("7", "40", snap));
   EXPECT_EQ("40", snap.id);
@@ -93,7 +88,6 @@ TEST_F(OceanStor_Operations, only_the_exact_text_true_means_attached) {
 }
 
 TEST_F(OceanStor_Operations, argument_checks_come_first_and_send_nothing) {
-  Log_Capture log;
   oceanstor::Snapshot snap;
   oceanstor::LUN lun;
   std::vector<oceanstor::LUN> luns;
@@ -106,41 +100,30 @@ TEST_F(OceanStor_Operations, argument_checks_come_first_and_send_nothing) {
   EXPECT_FALSE(client->detach_lun("", "3"));
   EXPECT_FALSE(client->get_fc_host_links("", links));
   EXPECT_FALSE(client->get_lun_belong_hosts("", hosts));
-  EXPECT_TRUE(log.has_check("snap_id is empty"));
-  EXPECT_TRUE(log.has_check("lun_id is empty"));
-  EXPECT_TRUE(log.has_check("host_id is empty"));
-  EXPECT_TRUE(log.has_check("lun_group_id is empty"));
+  for (const char* what : {"snap_id is empty", "lun_id is empty", "host_id is empty", "lun_group_id is empty"})
+    EXPECT_TRUE(log.has_check(what)) << what << log.dump();
   EXPECT_TRUE(sim.requests().empty());
 }
 
-TEST_F(OceanStor_Operations, attach_and_detach_send_association_bodies) {
-  Log_Capture log;
-  const std::string path = rest("lungroup/associate");
+TEST_F(OceanStor_Operations, attach_and_detach_change_the_lun_group) {
   ASSERT_TRUE(client->attach_snapshot("40", "3"));
   ASSERT_TRUE(client->attach_lun("11", "3"));
   EXPECT_TRUE(sim.in_lun_group("3", "40"));
   EXPECT_TRUE(sim.in_lun_group("3", "11"));
-  auto sent = sim.requests_to(path);
-  ASSERT_EQ(2u, sent.size());
-  EXPECT_EQ("POST", sent[0].method);
-  EXPECT_EQ(R"({"ASSOCIATEOBJID":"40","ASSOCIATEOBJTYPE":27,"ID":"3"})", sent[0].body);
-  EXPECT_EQ(R"({"ASSOCIATEOBJID":"11","ASSOCIATEOBJTYPE":11,"ID":"3"})", sent[1].body);
 
   // Attaching twice fails with the array's error and the request body.
   EXPECT_FALSE(client->attach_lun("11", "3"));
   EXPECT_TRUE(log.has_fragment(LM_ERROR, "Failed to attach OceanStor lun to lun group, method: POST, url http://"))
       << log.dump();
-  EXPECT_TRUE(log.has_fragment(LM_ERROR, path + " req body: {\"ASSOCIATEOBJID\":\"11\",\"ASSOCIATEOBJTYPE\":11,"))
+  EXPECT_TRUE(log.has_fragment(LM_ERROR, rest("lungroup/associate") +
+                                             " req body: {\"ASSOCIATEOBJID\":\"11\",\"ASSOCIATEOBJTYPE\":11,"))
       << log.dump();
 
   ASSERT_TRUE(client->detach_snapshot("40", "3"));
   ASSERT_TRUE(client->detach_lun("11", "3"));
-  sent = sim.requests_to(path);
-  ASSERT_EQ(5u, sent.size());
-  EXPECT_EQ("DELETE", sent[3].method);
-  EXPECT_EQ(R"({"ASSOCIATEOBJID":"40","ASSOCIATEOBJTYPE":27,"ID":"3"})", sent[3].body);
-  EXPECT_EQ(R"({"ASSOCIATEOBJID":"11","ASSOCIATEOBJTYPE":11,"ID":"3"})", sent[4].body);
+  EXPECT_EQ("DELETE", sim.requests_to(rest("lungroup/associate")).back().method);
   EXPECT_FALSE(sim.in_lun_group("3", "40"));
+  EXPECT_FALSE(sim.in_lun_group("3", "11"));
   EXPECT_TRUE(client->sleeps.empty()) << "unexposed at the first read";
   expect_no_secrets(log);
 }
@@ -157,7 +140,7 @@ TEST_F(OceanStor_Operations, detach_polls_with_growing_delays_until_unexposed) {
   ASSERT_TRUE(client->attach_lun("11", "3"));
   sim.set_unexpose_after_reads(100);
   client->sleeps.clear();
-  Log_Capture log;
+  log.clear();
   EXPECT_FALSE(client->detach_lun("11", "3"));
   EXPECT_EQ((std::vector<unsigned>{1, 2, 4, 8, 16}), client->sleeps);
   EXPECT_EQ(5u, sim.requests_to(rest("lun/11")).size());
@@ -173,12 +156,11 @@ TEST_F(OceanStor_Operations, detach_polls_with_growing_delays_until_unexposed) {
 }
 
 TEST_F(OceanStor_Operations, detach_error_codes_differ_between_snapshots_and_luns) {
-  Log_Capture log;
   const std::string path = rest("lungroup/associate");
+  const std::string snapshot_failed = "Failed to detach OceanStor snapshot from lun group, method: DELETE";
   // A snapshot that does not exist fails; so does a LUN.
   EXPECT_FALSE(client->detach_snapshot("41", "3"));
-  EXPECT_TRUE(log.has_fragment(LM_ERROR, "Failed to detach OceanStor snapshot from lun group, method: DELETE"))
-      << log.dump();
+  EXPECT_TRUE(log.has_fragment(LM_ERROR, snapshot_failed)) << log.dump();
   EXPECT_FALSE(client->detach_lun("19", "3"));
   EXPECT_TRUE(log.has_fragment(LM_ERROR, "Failed to detach OceanStor lun from lun group, method: DELETE"))
       << log.dump();
@@ -187,7 +169,7 @@ TEST_F(OceanStor_Operations, detach_error_codes_differ_between_snapshots_and_lun
   log.clear();
   sim.inject_error(path, 1077949999, 2);
   EXPECT_FALSE(client->detach_snapshot("40", "3"));
-  EXPECT_TRUE(log.has_fragment(LM_ERROR, "Failed to detach OceanStor snapshot from lun group, method: DELETE"));
+  EXPECT_TRUE(log.has_fragment(LM_ERROR, snapshot_failed));
   sim.clear_requests();
   EXPECT_TRUE(client->detach_lun("11", "3"));
   EXPECT_EQ(1u, sim.requests_to(rest("lun/11")).size()) << "polled, found unexposed";
@@ -201,8 +183,7 @@ TEST_F(OceanStor_Operations, detach_error_codes_differ_between_snapshots_and_lun
   EXPECT_TRUE(client->sleeps.empty());
 
   // A detach whose exchange fails outright.
-  log.clear();
-  sim.inject(path, au_sim::Sim_Fault::reply(503, "busy"));
+  sim.inject(path, Sim_Fault::reply(503, "busy"));
   EXPECT_FALSE(client->detach_snapshot("40", "3"));
   EXPECT_TRUE(log.has(LM_ERROR, "Failed to detach OceanStor snapshot from lun group, req body: "
                                 "{\"ASSOCIATEOBJID\":\"40\",\"ASSOCIATEOBJTYPE\":27,\"ID\":\"3\"}\n"))
@@ -230,21 +211,19 @@ TEST_F(OceanStor_Operations, hosts_and_healthy_fc_links) {
   std::vector<oceanstor::Host_Link> links;
   ASSERT_TRUE(client->get_fc_host_links("7", links));
   ASSERT_EQ(2u, links.size());
-  EXPECT_EQ("1", links[0].id);
-  EXPECT_EQ("3", links[1].id);
+  EXPECT_EQ("1,3", links[0].id + "," + links[1].id);
   EXPECT_EQ("INITIATOR_TYPE=223&PARENTID=7", query_of("host_link"));
   links.clear();
   EXPECT_TRUE(client->get_fc_host_links("8", links)) << "all unhealthy: empty, not a failure";
   EXPECT_TRUE(links.empty());
 
-  Log_Capture log;
-  sim.inject(rest("host_link"), au_sim::Sim_Fault::reply(200, R"({"error":{"code":0,"description":"0"}})"));
+  sim.inject(rest("host_link"), Sim_Fault::reply(200, R"({"error":{"code":0,"description":"0"}})"));
   EXPECT_FALSE(client->get_fc_host_links("7", links));
   EXPECT_TRUE(log.has_fragment(LM_ERROR, "Unexpected exception while parse host links json, ")) << log.dump();
   sim.inject_error(rest("host/associate"), 1077949999);
   EXPECT_FALSE(client->get_lun_belong_hosts("11", hosts));
   EXPECT_TRUE(log.has_fragment(LM_ERROR, "Failed to get lun belong hosts, method: GET")) << log.dump();
-  sim.inject(rest("host/associate"), au_sim::Sim_Fault::drop());
+  sim.inject(rest("host/associate"), Sim_Fault::drop());
   EXPECT_FALSE(client->get_snapshot_belong_hosts("40", hosts));
   EXPECT_TRUE(log.has(LM_ERROR, "Failed to get snapshot '40' belong hosts.\n")) << log.dump();
 }

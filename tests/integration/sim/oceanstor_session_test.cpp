@@ -19,10 +19,18 @@ class OceanStor_Session : public au_test::OceanStor_Test {
     OceanStor_Test::SetUp();
     sim.add_lun("1", "lun_one", 1 << 20);
   }
+
+  // A first request, so that the session is in place and its renewal is past.
+  void log_in() {
+    oceanstor::LUN lun;
+    ASSERT_TRUE(client->get_lun("1", lun));
+    log.clear();
+  }
+
+  Log_Capture log;
 };
 
 TEST_F(OceanStor_Session, login_then_every_request_carries_cookie_token_and_device_id) {
-  Log_Capture log;
   ASSERT_TRUE(client->test_login());
   EXPECT_EQ(sim.device_id(), client->auth().device_id);
   EXPECT_EQ(0u, client->auth().session.find("session=ismsession="));
@@ -30,9 +38,7 @@ TEST_F(OceanStor_Session, login_then_every_request_carries_cookie_token_and_devi
   EXPECT_FALSE(client->auth().token.empty());
   const auto login = sim.requests_to("/deviceManager/rest/xxxxx/sessions");
   ASSERT_EQ(1u, login.size());
-  EXPECT_FALSE(login[0].has_header("Cookie"));
-  EXPECT_FALSE(login[0].has_header("iBaseToken"));
-  EXPECT_EQ(R"({"password":"Admin@storage1","username":"admin"})", login[0].body);
+  EXPECT_FALSE(login[0].has_header("Cookie") || login[0].has_header("iBaseToken"));
 
   // test_login fills the session, but the idle clock starts at 0: the first request
   // renews it (logout, then login on a connection of its own).
@@ -49,8 +55,6 @@ TEST_F(OceanStor_Session, login_then_every_request_carries_cookie_token_and_devi
 
   ASSERT_TRUE(client->logout());
   EXPECT_FALSE(static_cast<bool>(client->auth()));
-  EXPECT_TRUE(client->auth().device_id.empty());
-  EXPECT_EQ(2u, sim.requests_to(rest("sessions")).size());
   EXPECT_EQ(0u, sim.live_sessions());
   EXPECT_TRUE(client->logout()) << "nothing to do without a device id";
   EXPECT_EQ(2u, sim.requests_to(rest("sessions")).size());
@@ -58,7 +62,6 @@ TEST_F(OceanStor_Session, login_then_every_request_carries_cookie_token_and_devi
 }
 
 TEST_F(OceanStor_Session, session_renewed_only_after_180_idle_seconds) {
-  Log_Capture log;
   oceanstor::LUN lun;
   ASSERT_TRUE(client->get_lun("1", lun));
   ASSERT_EQ(1u, sim.logins());
@@ -77,16 +80,13 @@ TEST_F(OceanStor_Session, session_renewed_only_after_180_idle_seconds) {
   EXPECT_EQ(first_session, logouts[0].header("Cookie"));
   EXPECT_NE(first_session, client->auth().session);
   EXPECT_EQ(1u, sim.live_sessions()) << "the old session was closed";
-  const auto gets = sim.requests_to(rest("lun/1"));
-  ASSERT_EQ(3u, gets.size());
-  EXPECT_EQ(client->auth().session, gets[2].header("Cookie"));
+  EXPECT_EQ(client->auth().session, sim.requests_to(rest("lun/1")).back().header("Cookie"));
   expect_no_secrets(log);
 }
 
 TEST_F(OceanStor_Session, expired_session_and_array_errors_fail_the_request_without_renewal) {
+  log_in();
   oceanstor::LUN lun;
-  ASSERT_TRUE(client->get_lun("1", lun));
-  Log_Capture log;
   sim.expire_sessions();
   EXPECT_FALSE(client->get_lun("1", lun));
   EXPECT_EQ(-401, client->last_error().code);
@@ -97,22 +97,12 @@ TEST_F(OceanStor_Session, expired_session_and_array_errors_fail_the_request_with
                                     R"({"data":{},"error":{"code":-401,"description":"The user is offline.",)"
                                     R"("suggestion":"Log in to the system again."}})" "\n"))
       << log.dump();
-
-  // A code beyond 32 bits cannot be an array success.
-  log.clear();
-  sim.inject_error(rest("lun/1"), 4294967297LL);
-  client->clock += 200;  // fresh session
-  EXPECT_FALSE(client->get_lun("1", lun));
-  EXPECT_TRUE(log.has_fragment(LM_ERROR, "Unexpected exception while occurred while parse error info, json: "))
-      << log.dump();
-  EXPECT_TRUE(log.has_fragment(LM_ERROR, "Failed to get OceanStor lun, method: GET")) << log.dump();
   expect_no_secrets(log);
 }
 
 TEST_F(OceanStor_Session, failed_exchanges_count_only_when_the_reply_body_says_so) {
+  log_in();
   oceanstor::LUN lun;
-  ASSERT_TRUE(client->get_lun("1", lun));
-  Log_Capture log;
   const std::string path = rest("lun/1");
 
   sim.inject(path, Sim_Fault::reply(500, OceanStor_Sim::reply_text(json_spirit::Object(), 1077937880, "gone")));
@@ -125,10 +115,9 @@ TEST_F(OceanStor_Session, failed_exchanges_count_only_when_the_reply_body_says_s
 
   // Error code 0 in a failed exchange, or no reply body asked for: success.
   sim.inject(path, Sim_Fault::reply(500, OceanStor_Sim::reply_text(json_spirit::Object{{"ID", "1"}})));
-  HTTP_Request again(HTTP_GET, path.c_str(), false);
+  HTTP_Request again(HTTP_GET, path.c_str(), false), no_body(HTTP_GET, path.c_str(), false);
   EXPECT_TRUE(client->send_request(again, &reply));
   sim.inject(path, Sim_Fault::reply(404, "not json"));
-  HTTP_Request no_body(HTTP_GET, path.c_str(), false);
   EXPECT_TRUE(client->send_request(no_body, nullptr));
 
   // Malformed JSON with a body asked for: failure with an empty error.
@@ -156,9 +145,8 @@ TEST_F(OceanStor_Session, failed_exchanges_count_only_when_the_reply_body_says_s
 }
 
 TEST_F(OceanStor_Session, unsupported_methods_and_slow_requests_are_reported) {
+  log_in();
   oceanstor::LUN lun;
-  ASSERT_TRUE(client->get_lun("1", lun));
-  Log_Capture log;
   client->step = 10;  // every clock reading moves ten seconds on
   HTTP_Request head(HTTP_HEAD, rest("lun/1").c_str(), false);
   json_spirit::Value reply;
@@ -177,25 +165,7 @@ TEST_F(OceanStor_Session, unsupported_methods_and_slow_requests_are_reported) {
   EXPECT_FALSE(log.has_fragment(LM_INFO, "Slow OceanStor request")) << log.dump();
 }
 
-TEST_F(OceanStor_Session, print_error_is_false_and_checks_its_arguments) {
-  Log_Capture log;
-  HTTP_Request req(HTTP_POST, "/deviceManager/rest/x/lungroup/associate", false);
-  const json_spirit::Value body = json_spirit::Object{{"ID", "3"}};
-  const json_spirit::Value reply = json_spirit::Object{{"error", json_spirit::Object{{"code", 1}}}};
-  EXPECT_FALSE(client->print_error(nullptr, req, &body, &reply));
-  EXPECT_TRUE(log.has_check("msg is NULL"));
-  EXPECT_FALSE(client->print_error("Oops", req, &body, nullptr));
-  EXPECT_TRUE(log.has_check("resp_body is NULL"));
-  EXPECT_FALSE(client->print_error("Oops", req, &body, &reply));
-  const std::string url = "http://127.0.0.1:" + std::to_string(sim.port());
-  EXPECT_TRUE(log.has(LM_ERROR, "Oops, method: POST, url " + url +
-                                    "/deviceManager/rest/x/lungroup/associate req body: {\"ID\":\"3\"}\n resp body:\n"
-                                    "{\"error\":{\"code\":1}}\n"))
-      << log.dump();
-}
-
 TEST_F(OceanStor_Session, wrong_password_fails_the_login_and_is_never_logged) {
-  Log_Capture log;
   Test_Client wrong(au_test::manager_info(sim.port(), "", false, "Wrong#Pass"));
   EXPECT_FALSE(wrong.test_login());
   const std::string url = "http://127.0.0.1:" + std::to_string(sim.port()) + "/deviceManager/rest/xxxxx/sessions";
@@ -214,11 +184,6 @@ TEST(OceanStor_Login, cookie_and_reply_shapes) {
   std::string session;
   EXPECT_TRUE(oceanstor::OceanStor_Client::parse_session("a=1;;session=x; path=/", session));
   EXPECT_EQ("session=x", session);
-  EXPECT_TRUE(oceanstor::OceanStor_Client::parse_session("session=abc; path=/", session));
-  EXPECT_EQ("session=abc", session);
-  session.clear();
-  EXPECT_FALSE(oceanstor::OceanStor_Client::parse_session("path=/; session=abc", session));
-  EXPECT_TRUE(session.empty());
 
   std::string cookie;
   std::string reply;
@@ -230,7 +195,8 @@ TEST(OceanStor_Login, cookie_and_reply_shapes) {
   ASSERT_TRUE(server.start());
   Test_Client client(au_test::manager_info(server.port(), ""));
   Log_Capture log;
-  reply = R"({"data":{"deviceid":"D1","iBaseToken":"T1"},"error":{"code":0,"description":"0"}})";
+  const std::string good = R"({"data":{"deviceid":"D1","iBaseToken":"T1"},"error":{"code":0,"description":"0"}})";
+  reply = good;
   cookie = "path=/; session=abc";
   EXPECT_FALSE(client.test_login());
   EXPECT_TRUE(log.has(LM_ERROR, "Failed to parse cookie: path=<redacted>; session=<redacted>.\n"))
@@ -248,11 +214,9 @@ TEST(OceanStor_Login, cookie_and_reply_shapes) {
       << log.dump();
   EXPECT_FALSE(static_cast<bool>(client.auth()));
 
-  reply = R"({"data":{"deviceid":"D1","iBaseToken":"T1"},"error":{"code":0,"description":"0"}})";
+  reply = good;
   ASSERT_TRUE(client.test_login());
-  EXPECT_EQ("session=abc", client.auth().session);
-  EXPECT_EQ("T1", client.auth().token);
-  EXPECT_EQ("D1", client.auth().device_id);
+  EXPECT_EQ("session=abc T1 D1", client.auth().session + " " + client.auth().token + " " + client.auth().device_id);
 }
 
 TEST(OceanStor_Login, https_with_the_array_certificate) {
