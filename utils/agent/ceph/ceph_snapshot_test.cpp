@@ -57,50 +57,39 @@ TEST(Ceph_Snapshot_Checks, c_callback_stops_on_zero_or_null) {
   EXPECT_EQ(-1, ceph::diff_iterate_cb(0, 1, 1, nullptr));
 }
 
-}  // namespace
-
-namespace {
-
 // librbd's diff iteration replaced by a script of extents, so the extent callback can be
 // fed what a real cluster never sends (out-of-range and straddling extents, holes).
-struct Scripted_Diff {
-  struct Extent {
-    uint64_t offset, length;
-    int exists;
-  };
-  static std::vector<Extent> extents;
-  static int plain_calls, extended_calls;
-
-  static int run(int (*cb)(uint64_t, size_t, int, void*), void* arg) {
-    for (const Extent& e : extents)
-      if (int r = cb(e.offset, e.length, e.exists, arg); r < 0) return r;
-    return 0;
-  }
-  static int plain(rbd_image_t, const char*, uint64_t, uint64_t,
-                   int (*cb)(uint64_t, size_t, int, void*), void* arg) {
-    ++plain_calls;
-    return run(cb, arg);
-  }
-  static int extended(rbd_image_t, const char*, uint64_t, uint64_t, uint8_t, uint8_t,
-                      int (*cb)(uint64_t, size_t, int, void*), void* arg) {
-    ++extended_calls;
-    return run(cb, arg);
-  }
+struct Extent {
+  uint64_t offset, length;
+  int exists;
 };
-std::vector<Scripted_Diff::Extent> Scripted_Diff::extents;
-int Scripted_Diff::plain_calls = 0;
-int Scripted_Diff::extended_calls = 0;
+std::vector<Extent> script;
+int plain_calls = 0, extended_calls = 0;
+
+int replay(int (*cb)(uint64_t, size_t, int, void*), void* arg) {
+  for (const Extent& e : script)
+    if (int r = cb(e.offset, e.length, e.exists, arg); r < 0) return r;
+  return 0;
+}
 
 TEST(Ceph_Snapshot_Extents, callback_rounds_skips_holes_checks_range_and_merges) {
   const auto saved = std::make_pair(ceph::rbd_diff_iterate, ceph::rbd_diff_iterate2);
-  ceph::rbd_diff_iterate = &Scripted_Diff::plain;
-  ceph::rbd_diff_iterate2 = &Scripted_Diff::extended;
+  ceph::rbd_diff_iterate = [](rbd_image_t, const char*, uint64_t, uint64_t,
+                              int (*cb)(uint64_t, size_t, int, void*), void* arg) {
+    ++plain_calls;
+    return replay(cb, arg);
+  };
+  ceph::rbd_diff_iterate2 = [](rbd_image_t, const char*, uint64_t, uint64_t, uint8_t, uint8_t,
+                               int (*cb)(uint64_t, size_t, int, void*), void* arg) {
+    ++extended_calls;
+    return replay(cb, arg);
+  };
   static int dummy = 0;
   ceph::Ceph_Context ctx;
   ctx.img_ctx_ = ceph::Rbd_Image_var(new void*(&dummy), [](void** slot) { delete slot; });
   au_test::Log_Capture logs;
 
-  Scripted_Diff::extents = {{4095, 2, 1}, {8192, 4096, 1}, {12288, 100, 1}, {20480, 10, 0}};
+  script = {{4095, 2, 1}, {8192, 4096, 1}, {12288, 100, 1}, {20480, 10, 0}};
   Blocks blocks{{40960, 4096}};
   EXPECT_TRUE(ceph::Ceph_Snapshot::get_changed_blocks(ctx, "s1", blocks, 12, Range(0, 1 << 20),
                                                       true, {}, false, false));
@@ -109,21 +98,18 @@ TEST(Ceph_Snapshot_Extents, callback_rounds_skips_holes_checks_range_and_merges)
   EXPECT_TRUE(ceph::Ceph_Snapshot::get_changed_blocks(ctx, "s1", blocks, 12, Range(0, 1 << 20),
                                                       false, {}, true, false));
   EXPECT_EQ(Blocks({{0, 4096}, {8192, 8192}, {20480, 4096}}), blocks);
-  EXPECT_EQ(1, Scripted_Diff::plain_calls);
-  EXPECT_EQ(1, Scripted_Diff::extended_calls);
+  EXPECT_EQ(1, plain_calls);
+  EXPECT_EQ(1, extended_calls);
 
   // Past the end of the range: the third value printed is the length, not the end.
-  for (const Scripted_Diff::Extent& outside :
-       {Scripted_Diff::Extent{4096, 10, 1}, Scripted_Diff::Extent{12288, 8192, 1}}) {
-    Scripted_Diff::extents = {{8192, 4096, 1}, outside};
+  for (const Extent& outside : {Extent{4096, 10, 1}, Extent{12288, 8192, 1}}) {
+    script = {{8192, 4096, 1}, outside};
     blocks.clear();
     logs.clear();
-    EXPECT_FALSE(ceph::Ceph_Snapshot::get_changed_blocks(ctx, "s1", blocks, 12,
-                                                         Range(8192, 8192), false, {}, false,
-                                                         false));
+    EXPECT_FALSE(ceph::Ceph_Snapshot::get_changed_blocks(ctx, "s1", blocks, 12, Range(8192, 8192),
+                                                         false, {}, false, false));
     EXPECT_EQ(Blocks({{8192, 4096}}), blocks);  // kept as collected
-    EXPECT_TRUE(logs.has(LM_ERROR, "Bitmap iterate callback's offset " +
-                                       std::to_string(outside.offset) +
+    EXPECT_TRUE(logs.has(LM_ERROR, "Bitmap iterate callback's offset " + std::to_string(outside.offset) +
                                        " out of range [8192, 8192).\n"))
         << logs.dump();
     EXPECT_TRUE(logs.has(LM_ERROR, "Failed to diff iterate over the desired extends 8192-8192 "
