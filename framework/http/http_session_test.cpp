@@ -27,23 +27,16 @@ HTTP_Connection_Settings local(unsigned short port, bool ssl = false) {
   return s;
 }
 
-// Serves `size` bytes of 'x', with or without a Content-Length.
+// Serves `size` bytes of 'x' in 64 KiB pieces, with or without a Content-Length.
 void serve_bytes(httplib::Response& res, std::size_t size, bool with_length) {
   auto provide = [size](std::size_t offset, httplib::DataSink& sink) {
     static const std::string block(64 * 1024, 'x');
-    if (offset >= size) {
-      sink.done();
-      return true;
-    }
-    return sink.write(block.data(), std::min(block.size(), size - offset));
+    if (offset >= size) sink.done();
+    return offset >= size || sink.write(block.data(), std::min(block.size(), size - offset));
   };
-  if (with_length)
-    res.set_content_provider(size, "application/octet-stream",
-                             [provide](std::size_t offset, std::size_t, httplib::DataSink& sink) {
-                               return provide(offset, sink);
-                             });
-  else
-    res.set_chunked_content_provider("application/octet-stream", provide);
+  if (!with_length) return res.set_chunked_content_provider("application/octet-stream", provide);
+  res.set_content_provider(size, "application/octet-stream",
+                           [provide](std::size_t offset, std::size_t, httplib::DataSink& sink) { return provide(offset, sink); });
 }
 
 class HTTP_Session_Test : public ::testing::Test {
@@ -64,14 +57,9 @@ class HTTP_Session_Test : public ::testing::Test {
     server_.on("GET", "/forbidden", [](const httplib::Request&, httplib::Response& res) {
       res.status = 403;
     });
-    server_.on("GET", "/big", [](const httplib::Request&, httplib::Response& res) {
-      serve_bytes(res, 80u << 20, true);
-    });
-    server_.on("GET", "/big-chunked", [](const httplib::Request&, httplib::Response& res) {
-      serve_bytes(res, 80u << 20, false);
-    });
-    server_.on("GET", "/exact", [](const httplib::Request&, httplib::Response& res) {
-      serve_bytes(res, 1u << 20, false);
+    // /bytes/<n> with a Content-Length, /bytes/<n>/chunked without one.
+    server_.on("GET", R"(/bytes/(\d+)(/chunked)?)", [](const httplib::Request& req, httplib::Response& res) {
+      serve_bytes(res, std::stoul(req.matches[1]), !req.matches[2].matched);
     });
     server_.on("GET", "/stall-body", [this](const httplib::Request&, httplib::Response& res) {
       res.set_chunked_content_provider("text/plain", [this](std::size_t, httplib::DataSink& sink) {
@@ -207,14 +195,14 @@ TEST_F(HTTP_Session_Test, replies_beyond_the_cap_fail_cleanly) {
   s.max_reply_bytes = 1u << 20;
   HTTP_Session session(s);
   HTTP_Response resp;
-  for (const char* path : {"/big", "/big-chunked"}) {
+  for (const char* path : {"/bytes/83886080", "/bytes/83886080/chunked"}) {
     EXPECT_FALSE(send(session, HTTP_Request(HTTP_GET, path), resp)) << path;
     EXPECT_EQ("the reply is larger than 1048576 bytes", error_.message) << path;
     EXPECT_FALSE(error_.retryable);
     EXPECT_TRUE(resp.body().empty());
   }
   // Exactly at the cap is still fine, and the session still works afterwards.
-  ASSERT_TRUE(send(session, HTTP_Request(HTTP_GET, "/exact"), resp)) << error_.message;
+  ASSERT_TRUE(send(session, HTTP_Request(HTTP_GET, "/bytes/1048576/chunked"), resp)) << error_.message;
   EXPECT_EQ(1u << 20, resp.body().size());
 }
 

@@ -70,8 +70,6 @@ class HTTP_Test_Server {
   // never holds the server's shutdown up.
   void wait_until_stopping();
 
-  httplib::Server& server() { return *server_; }
-
  private:
   void record(const httplib::Request& req);
 

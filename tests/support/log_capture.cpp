@@ -30,12 +30,12 @@ class Log_Capture::Backend : public ACE_Log_Msg_Backend {
   std::vector<Captured_Log> records_;
 };
 
-Log_Capture::Log_Capture(bool echo) : backend_(new Backend) {
+Log_Capture::Log_Capture() : backend_(new Backend) {
   ACE_Log_Msg* msg = ACE_Log_Msg::instance();
   saved_flags_ = msg->flags();
   ACE_Log_Msg::msg_backend(backend_.get());
   msg->set_flags(ACE_Log_Msg::CUSTOM);
-  if (!echo) msg->clr_flags(ACE_Log_Msg::STDERR);
+  msg->clr_flags(ACE_Log_Msg::STDERR);
 }
 
 Log_Capture::~Log_Capture() {

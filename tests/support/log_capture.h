@@ -18,8 +18,7 @@ struct Captured_Log {
 
 class Log_Capture {
  public:
-  // echo: also keep writing records to stderr (handy when debugging a test).
-  explicit Log_Capture(bool echo = false);
+  Log_Capture();
   ~Log_Capture();
   Log_Capture(const Log_Capture&) = delete;
   Log_Capture& operator=(const Log_Capture&) = delete;
