@@ -73,7 +73,6 @@ void HTTP_Test_Server::record(const httplib::Request& req) {
   r.path = req.path;
   r.target = req.target;
   r.body = req.body;
-  r.remote_port = req.remote_port;
   for (const auto& h : req.headers) r.headers.emplace_back(h.first, h.second);
   std::lock_guard<std::mutex> lock(mutex_);
   client_ports_.insert(req.remote_port);

@@ -27,7 +27,6 @@ struct Recorded_Request {
   std::string target;  // the request line's target as sent
   std::string body;
   std::vector<std::pair<std::string, std::string>> headers;
-  int remote_port = -1;
 
   // The query part of `target`, "" when there is none.
   std::string query() const;
