@@ -6,6 +6,7 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "framework/http/host_manager.h"
 #include "framework/http/http_options.h"
@@ -65,6 +66,22 @@ class Channel_Sim_Test : public Backupd_Sim_Test {
     JSON_RPC_HTTP_Session::default_retry_interval(1);
     channel_.add_agent(CHANNEL, agent_);
     channel_.attach(sim_);
+  }
+
+  // How the next forward goes wrong: `kind`, with `code` and `message` for an error reply.
+  static au_sim::Channel_Fault channel_fault(au_sim::Channel_Fault::Kind kind, int code = -32000,
+                                             std::string message = "") {
+    au_sim::Channel_Fault fault;
+    fault.kind = kind;
+    fault.code = code;
+    fault.message = std::move(message);
+    return fault;
+  }
+  // The agent's next result replaced with `value`.
+  static au_sim::Channel_Fault result_value(json_spirit::Value value) {
+    au_sim::Channel_Fault fault = channel_fault(au_sim::Channel_Fault::RESULT_VALUE);
+    fault.value = std::move(value);
+    return fault;
   }
 
   // The params of the last call the agent received.

@@ -14,15 +14,6 @@ using au_sim::Channel_Fault;
 using json_spirit::Object;
 using json_spirit::Value;
 
-Channel_Fault fault(Channel_Fault::Kind kind, Value value = Value(), int code = -32000, std::string message = "") {
-  Channel_Fault f;
-  f.kind = kind;
-  f.value = std::move(value);
-  f.code = code;
-  f.message = std::move(message);
-  return f;
-}
-
 class JSON_RPC_Forward_Test : public Channel_Sim_Test {
  protected:
   void SetUp() override {
@@ -105,14 +96,14 @@ TEST_F(JSON_RPC_Forward_Test, error_and_mistyped_replies_are_refused_with_one_li
   const Value untouched("untouched");
   const std::string sent_to = "/d2/jr' is not valid: ";
   const std::vector<std::pair<Channel_Fault, std::string>> cases = {
-      {fault(Channel_Fault::ERROR_REPLY, Value(), 17, "agent is busy"),
+      {channel_fault(Channel_Fault::ERROR_REPLY, 17, "agent is busy"),
        "channel.forward failed, method agent.storage, channel_id agent-7, code 17: agent is busy.\n"},
-      {fault(Channel_Fault::RESULT_VALUE, 5),
+      {result_value(5),
        "channel.forward failed, method agent.storage, channel_id agent-7, expected 6, got 5\n"},
-      {fault(Channel_Fault::NO_REPLY), sent_to + "the body is empty or null."},
-      {fault(Channel_Fault::MALFORMED), "failed: the reply is not JSON"},
-      {fault(Channel_Fault::WRONG_ID), sent_to + "it answers id \"not-"},
-      {fault(Channel_Fault::NOT_A_REPLY), sent_to + "it is a call, not a reply."},
+      {channel_fault(Channel_Fault::NO_REPLY), sent_to + "the body is empty or null."},
+      {channel_fault(Channel_Fault::MALFORMED), "failed: the reply is not JSON"},
+      {channel_fault(Channel_Fault::WRONG_ID), sent_to + "it answers id \"not-"},
+      {channel_fault(Channel_Fault::NOT_A_REPLY), sent_to + "it is a call, not a reply."},
   };
   for (const auto& c : cases) {
     log_.clear();
@@ -137,13 +128,13 @@ TEST_F(JSON_RPC_Forward_Test, error_and_mistyped_replies_are_refused_with_one_li
       << log_.dump();
 
   // Without a result wanted any reply but an error succeeds.
-  channel_.inject(fault(Channel_Fault::RESULT_VALUE, "not an object"));
+  channel_.inject(result_value("not an object"));
   EXPECT_TRUE(check_size(nullptr));
-  channel_.inject(fault(Channel_Fault::ERROR_REPLY));
+  channel_.inject(Channel_Fault());
   EXPECT_FALSE(check_size(nullptr));
 
   // A multi-megabyte result comes through whole.
-  channel_.inject(fault(Channel_Fault::RESULT_VALUE, std::string(6 << 20, 'x')));
+  channel_.inject(result_value(std::string(6 << 20, 'x')));
   Value result;
   ASSERT_TRUE(check_size(&result, json_spirit::str_type));
   EXPECT_EQ(std::size_t(6 << 20), result.get_str().size());

@@ -21,13 +21,6 @@ class Agent_Mount_Requests : public Channel_Sim_Test {
     return request_agent_to_mount("agent.mount", CHANNEL, "http://s3.local/bucket", mnt, "backup", 30, 0, compress, 9,
                                   encryption, "secret-key", iv, nullptr, has_mounted);
   }
-
-  static Channel_Fault result_value(const Value& value) {
-    Channel_Fault fault;
-    fault.kind = Channel_Fault::RESULT_VALUE;
-    fault.value = value;
-    return fault;
-  }
 };
 
 TEST_F(Agent_Mount_Requests, mount_sends_exactly_the_options_given_and_refuses_bad_ones_first) {
@@ -72,9 +65,7 @@ TEST_F(Agent_Mount_Requests, mount_sends_exactly_the_options_given_and_refuses_b
 
 TEST_F(Agent_Mount_Requests, keys_never_reach_a_log_line_even_when_tracing) {
   Host_Manager::instance()->access_key("host-key-123");
-  Channel_Fault refused;
-  refused.message = "mount refused";
-  channel_.inject(refused);
+  channel_.inject(channel_fault(Channel_Fault::ERROR_REPLY, -32000, "mount refused"));
   ACE::debug(true);
   EXPECT_FALSE(mount("/mnt/a", nullptr, nullptr, "aes", "iv-16"));
   ACE::debug(false);
