@@ -9,7 +9,7 @@
 
 #include "bench/ceph_diff/rbd_diff_json.h"
 #include "bench/ceph_diff/scratch_image.h"
-#include "bench/ceph_diff/timing.h"
+#include "bench/common/timing.h"
 #include "utils/agent/block.h"
 #include "utils/agent/ceph/ceph_client.h"
 
@@ -84,7 +84,7 @@ bool measure_once(const Scratch_Image& image, ceph::Ceph_Snapshot& s2, const Blo
   std::string out;
   bool ok = true;
   auto run_peer = [&] {
-    Wall_Clock clock;
+    bench::Wall_Clock clock;
     ok = ok && rbd_diff(image, out);
     samples.peer.push_back(clock.ms());
     Blocks parsed;
@@ -92,13 +92,13 @@ bool measure_once(const Scratch_Image& image, ceph::Ceph_Snapshot& s2, const Blo
   };
   if (peer_first) run_peer();
   {
-    Wall_Clock clock;
+    bench::Wall_Clock clock;
     ok = ok && changed_from_scratch(image, cancelled, blocks);
     samples.ours.push_back(clock.ms());
     ok = ok && agree(blocks, expected, "get_changed_blocks");
   }
   if (!peer_first) run_peer();
-  Wall_Clock clock;
+  bench::Wall_Clock clock;
   ok = ok && changed_since_s1(s2, cancelled, blocks);
   samples.scan_only.push_back(clock.ms());
   return ok && agree(blocks, expected, "get_changed_blocks on an open snapshot");
@@ -131,14 +131,13 @@ bool measure(const Scratch_Image& image, const ceph::Cancel_Callback& cancelled)
     if (cancelled() || !measure_once(image, s2, expected, cancelled, r % 2 == 1, samples))
       return false;
   }
-  const double ours = median(samples.ours), peer = median(samples.peer);
-  std::printf("ceph changed blocks vs rbd diff: ours %.1f ms, peer %.1f ms, ratio %.2f\n", ours,
-              peer, ours / peer);
+  const double ours = bench::median(samples.ours), peer = bench::median(samples.peer);
+  bench::print_comparison("ceph changed blocks vs rbd diff", ours, peer);
   std::printf(
       "  (wall medians of %d; ours: connect, open s2, get_changed_blocks from s1, close;"
       " peer: rbd diff --format json, output read whole, parsed after the clock;"
       " get_changed_blocks alone on an open snapshot: %.1f ms)\n",
-      REPETITIONS, median(samples.scan_only));
+      REPETITIONS, bench::median(samples.scan_only));
   return true;
 }
 

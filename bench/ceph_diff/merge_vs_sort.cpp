@@ -8,7 +8,7 @@
 #include <random>
 #include <vector>
 
-#include "bench/ceph_diff/timing.h"
+#include "bench/common/timing.h"
 #include "utils/agent/block.h"
 #include "utils/agent/ceph/changed_blocks.h"
 
@@ -67,8 +67,8 @@ struct Sample {
 template <class Work>
 Sample time_on_copy(const Blocks& input, Blocks& scratch, Work work) {
   scratch.assign(input.begin(), input.end());
-  Wall_Clock wall;
-  Thread_Cpu_Clock cpu;
+  bench::Wall_Clock wall;
+  bench::Thread_Cpu_Clock cpu;
   work(scratch);
   const Sample s{cpu.ms(), wall.ms()};
   benchmark::DoNotOptimize(scratch.data());
@@ -106,12 +106,11 @@ int compare_merge_with_sort(const ceph::Cancel_Callback& cancelled) {
     }
   }
   if (cancelled()) return 1;
-  const double ours = median(ours_cpu), peer = median(peer_cpu);
-  std::printf("extent sort+merge vs std::sort: ours %.1f ms, peer %.1f ms, ratio %.2f\n", ours,
-              peer, ours / peer);
+  const double ours = bench::median(ours_cpu), peer = bench::median(peer_cpu);
+  bench::print_comparison("extent sort+merge vs std::sort", ours, peer);
   std::printf("  (thread CPU medians of %d on %zu extents, copy off the clock; wall medians:"
               " ours %.1f ms, peer %.1f ms)\n",
-              REPETITIONS, input.size(), median(ours_wall), median(peer_wall));
+              REPETITIONS, input.size(), bench::median(ours_wall), bench::median(peer_wall));
   return 0;
 }
 

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <boost/algorithm/hex.hpp>
+#include <cctype>
 #include <string>
 #include <vector>
 
@@ -28,6 +30,27 @@ TEST(Hex_String, odd_length_and_foreign_characters_fail_with_one_log_line) {
   ASSERT_EQ(2u, logs.records().size()) << logs.dump();
   EXPECT_TRUE(logs.has(LM_ERROR, "Failed to decode hex text of 3 characters: odd number of digits.\n"));
   EXPECT_TRUE(logs.has(LM_ERROR, "Failed to decode hex text of 4 characters: not a hex digit at 1.\n"));
+}
+
+// The decoder takes sixteen digits at a time with byte-wise range tricks: every character, at
+// every position of such a block and in the tail after it, must be judged as isxdigit does and
+// decoded as boost does.
+TEST(Hex_String, every_character_at_every_position_is_judged_like_isxdigit) {
+  au_test::Log_Capture logs;
+  const std::string digits = "0123456789abcDEF" "FEDcba9876543210" "7f";
+  for (int c = 0; c < 256; ++c) {
+    for (size_t at = 0; at < digits.size(); ++at) {
+      std::string text = digits;
+      text[at] = static_cast<char>(c);
+      std::string bytes;
+      const bool valid = std::isxdigit(c) != 0;
+      ASSERT_EQ(valid, Hex_String(text).get_bytes(bytes)) << "char " << c << " at " << at;
+      if (valid) {
+        ASSERT_EQ(boost::algorithm::unhex(text), bytes) << "char " << c << " at " << at;
+      }
+    }
+  }
+  EXPECT_TRUE(logs.has(LM_ERROR, "Failed to decode hex text of 34 characters: not a hex digit at 33.\n"));
 }
 
 TEST(Base64, matches_the_rfc_4648_vectors_and_never_wraps_lines) {

@@ -1,5 +1,6 @@
 // Hex text comes from array replies (bitmaps) and configuration (keys). Decoding must
 // agree between both outputs, fail with nothing left behind, and invert the encoder.
+#include <algorithm>
 #include <cctype>
 #include <cstddef>
 #include <cstdint>
@@ -22,6 +23,10 @@ void check_decode(const std::string& text) {
   const Hex_String hex(text);
   const bool ok = hex.get_bytes(bytes);
   if (hex.get_bytes(as_string) != ok) __builtin_trap();
+  const bool valid = text.size() % 2 == 0 && std::all_of(text.begin(), text.end(), [](char c) {
+                       return std::isxdigit(static_cast<unsigned char>(c)) != 0;
+                     });
+  if (ok != valid) __builtin_trap();
   if (!ok) {
     if (!bytes.empty() || !as_string.empty()) __builtin_trap();
     return;

@@ -1,6 +1,8 @@
 // Runs of set bits in an array bitmap become chunk extents.
 #include <gtest/gtest.h>
 
+#include <random>
+
 #include "tests/support/log_capture.h"
 #include "utils/agent/oceanstor/oceanstor_client.h"
 
@@ -29,6 +31,35 @@ TEST(OceanStor_Change_Blocks, bits_are_read_least_significant_first_and_runs_mer
   EXPECT_EQ((std::vector<Block>{{0, 8 * 1000}}), extents(Bytes(1000, 0xFF), 0, &total));
   EXPECT_EQ(8000u, total);
   EXPECT_TRUE(extents(Bytes()).empty());
+}
+
+// The word-at-a-time walk against the plain reading (one test per bit) on random bitmaps of
+// every length around the 8-byte word, with runs that cross words and reach the end.
+TEST(OceanStor_Change_Blocks, matches_a_bit_by_bit_reading_on_random_bitmaps) {
+  std::mt19937 rng(5);
+  for (int round = 0; round < 3000; ++round) {
+    Bytes bitmap(rng() % 41, 0);
+    const unsigned density = rng() % 4;  // clear, sparse, random, mostly set
+    for (auto& byte : bitmap) {
+      const unsigned r = rng();
+      byte = static_cast<unsigned char>(density == 0 ? 0 : density == 1 ? (r % 16 ? 0 : r >> 8)
+                                        : density == 2 ? r : (r % 8 ? 0xFF : r >> 8));
+    }
+    std::vector<Block> expected;
+    unsigned long run = 0, total = 0;
+    for (unsigned long i = 0; i <= 8 * bitmap.size(); ++i) {
+      if (i < 8 * bitmap.size() && (bitmap[i / 8] >> (i % 8) & 1)) {
+        ++run;
+      } else if (run) {
+        expected.emplace_back(7 + i - run, run);
+        total += run;
+        run = 0;
+      }
+    }
+    unsigned long got_total = 0;
+    ASSERT_EQ(expected, extents(bitmap, 7, &got_total)) << "round " << round;
+    ASSERT_EQ(total, got_total);
+  }
 }
 
 TEST(OceanStor_Change_Blocks, appends_after_existing_entries_and_reports_the_total) {

@@ -97,12 +97,13 @@ bool OceanStor_Client::get_changed_blocks(const std::string& lun_id, const std::
   const bool fetched = base_lun_id ? get_bitmap(lun_id, *base_lun_id, size, chunk.chunk_size, bitmap)
                                    : get_bitmap(lun_id, size, chunk.chunk_size, bitmap);
   if (!fetched) return false;
-  std::vector<unsigned char> bytes;
-  if (!Hex_String(bitmap.bitmap).get_bytes(bytes)) {
+  std::basic_string<unsigned char> bytes;
+  if (!hex_decode(bitmap.bitmap, bytes)) {
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to parse bitmap, lun: '%C'.\n"), lun_id.c_str()));
     return false;
   }
-  parse_change_blocks(std::basic_string<unsigned char>(bytes.begin(), bytes.end()), 0, blocks);
+  bitmap.bitmap = std::string();  // a large LUN's text is hundreds of MiB; the bytes suffice now
+  parse_change_blocks(bytes, 0, blocks);
   ACE_DEBUG((LM_INFO, ACE_TEXT("Total blocks is %B.\n"), blocks.size()));
   return true;
 }

@@ -1,4 +1,4 @@
-// Clocks and the median for the comparisons. Wall time for work that spans processes and
+// Clocks, the median and the comparison line shared by the benchmark programs. Wall time for work that spans processes and
 // the cluster; the calling thread's CPU time for in-memory work, which other jobs on a
 // busy machine disturb less.
 #pragma once
@@ -7,9 +7,10 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <vector>
 
-namespace cephbench {
+namespace bench {
 
 class Wall_Clock {
  public:
@@ -45,4 +46,10 @@ inline double median(std::vector<double> values) {
   return values.size() % 2 ? values[mid] : (values[mid - 1] + values[mid]) / 2;
 }
 
-}  // namespace cephbench
+// The one line format every comparison prints.
+inline void print_comparison(const char* name, double ours_ms, double peer_ms) {
+  std::printf("%s: ours %.1f ms, peer %.1f ms, ratio %.2f\n", name, ours_ms, peer_ms,
+              peer_ms > 0 ? ours_ms / peer_ms : 0.0);
+}
+
+}  // namespace bench
