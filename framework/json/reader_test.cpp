@@ -110,6 +110,19 @@ TEST(Json_Read, Builds_Values_Of_Every_Kind) {
   EXPECT_FALSE(read(text, 6, out));
 }
 
+TEST(Json_Read, Repeated_Members_Keep_The_Last_However_They_Are_Ordered) {
+  // Names alike in their first eight bytes, a NUL inside a name, repeats far apart.
+  const Value v = parsed(
+      "{\"checksum_b\": 1, \"x\": 1, \"checksum_a\": 2, \"ab\\u0000\": 3, \"x\": 2, \"ab\": 4,"
+      " \"checksum_b\": 5, \"x\": 3, \"ab\\u0000\": 6}");
+  const Object expected{{"ab", 4}, {std::string("ab\0", 3), 6}, {"checksum_a", 2},
+                        {"checksum_b", 5}, {"x", 3}};
+  EXPECT_EQ(v.get_obj(), expected);
+  EXPECT_EQ(parsed("{\"a\": 1, \"a\": 2, \"b\": 3}"), Value(Object{{"a", 2}, {"b", 3}}));
+  EXPECT_EQ(parsed("[{\"k\": [1, {\"k\": 2, \"k\": 3}], \"k\": 4}]"),
+            Value(Array{Object{{"k", 4}}}));
+}
+
 TEST(Json_Read, Round_Trips_Through_The_Writer) {
   Object o;
   o["min"] = INT64_MIN;

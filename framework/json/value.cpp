@@ -35,14 +35,17 @@ const char* type_name(Value_type t) {
 const Value Value::null;
 
 Value::Value(const char* s) : type_(s ? str_type : null_type) {
-  if (s) new (&s_) std::string(s);
+  if (s)
+    new (&s_) std::string(s);
+  else
+    u_ = 0;
 }
 
 Value::Value(std::string s) noexcept : type_(str_type) { new (&s_) std::string(std::move(s)); }
 
-Value::Value(Object o) : type_(obj_type) { o_ = new Object(std::move(o)); }
+Value::Value(Object o) : type_(obj_type) { new (&o_) Object(std::move(o)); }
 
-Value::Value(Array a) : type_(array_type) { a_ = new Array(std::move(a)); }
+Value::Value(Array a) : type_(array_type) { new (&a_) Array(std::move(a)); }
 
 Value Value::secure(std::string s) noexcept {
   Value v(std::move(s));
@@ -51,8 +54,6 @@ Value Value::secure(std::string s) noexcept {
 }
 
 Value::Value(const Value& other) : type_(null_type) { copy_from(other); }
-
-Value::Value(Value&& other) noexcept : type_(null_type) { steal(other); }
 
 Value& Value::operator=(const Value& other) {
   if (this != &other) {
@@ -72,14 +73,12 @@ Value& Value::operator=(Value&& other) noexcept {
   return *this;
 }
 
-Value::~Value() { destroy(); }
-
 void Value::copy_from(const Value& other) {
   switch (other.type_) {
     case str_type:
     case secure_str_type: new (&s_) std::string(other.s_); break;
-    case obj_type: o_ = new Object(*other.o_); break;
-    case array_type: a_ = new Array(*other.a_); break;
+    case obj_type: new (&o_) Object(other.o_); break;
+    case array_type: new (&a_) Array(other.a_); break;
     default: u_ = other.u_; break;
   }
   type_ = other.type_;
@@ -94,7 +93,9 @@ void Value::steal(Value& other) noexcept {
       wipe(other.s_);  // a short secret was copied out of the small-string buffer
       other.s_.~basic_string();
       break;
-    default: u_ = other.u_; break;  // scalars, or the container pointer
+    case obj_type: new (&o_) Object(std::move(other.o_)); other.o_.~Object(); break;
+    case array_type: new (&a_) Array(std::move(other.a_)); other.a_.~Array(); break;
+    default: u_ = other.u_; break;
   }
   type_ = other.type_;
   big_uint_ = other.big_uint_;
@@ -106,13 +107,13 @@ void Value::steal(Value& other) noexcept {
 // Scalar children die with it, so no destructor below recurses more than one level.
 void Value::move_out_children(std::vector<Value>& pending) noexcept {
   if (type_ == obj_type) {
-    for (auto& member : *o_)
+    for (auto& member : o_)
       if (member.second.is_container()) pending.emplace_back(std::move(member.second));
-    delete o_;
+    o_.~Object();
   } else {
-    for (auto& element : *a_)
+    for (auto& element : a_)
       if (element.is_container()) pending.emplace_back(std::move(element));
-    delete a_;
+    a_.~Array();
   }
   type_ = null_type;
 }
@@ -140,10 +141,12 @@ thread_local unsigned destroy_depth = 0;
 void Value::destroy_container() noexcept {
   if (destroy_depth < RECURSIVE_DESTROY_DEPTH) {
     ++destroy_depth;
-    if (type_ == obj_type)
-      delete o_;
-    else
-      delete a_;
+    if (type_ == obj_type) {
+      while (!o_.empty()) o_.extract(o_.begin());
+      o_.~Object();
+    } else {
+      a_.~Array();
+    }
     --destroy_depth;
     type_ = null_type;
     return;
@@ -169,41 +172,6 @@ void Value::type_error(Value_type wanted) const {
                            type_name(wanted));
 }
 
-const Object& Value::get_obj() const {
-  if (type_ != obj_type) type_error(obj_type);
-  return *o_;
-}
-
-Object& Value::get_obj() {
-  if (type_ != obj_type) type_error(obj_type);
-  return *o_;
-}
-
-const Array& Value::get_array() const {
-  if (type_ != array_type) type_error(array_type);
-  return *a_;
-}
-
-Array& Value::get_array() {
-  if (type_ != array_type) type_error(array_type);
-  return *a_;
-}
-
-const std::string& Value::get_str() const {
-  if (type_ != str_type && type_ != secure_str_type) type_error(str_type);
-  return s_;
-}
-
-std::string& Value::get_str() {
-  if (type_ != str_type && type_ != secure_str_type) type_error(str_type);
-  return s_;
-}
-
-bool Value::get_bool() const {
-  if (type_ != bool_type) type_error(bool_type);
-  return b_;
-}
-
 int Value::get_int() const {
   const int64_t v = get_int64();
   if (v < INT_MIN || v > INT_MAX)
@@ -211,24 +179,14 @@ int Value::get_int() const {
   return static_cast<int>(v);
 }
 
-int64_t Value::get_int64() const {
+void Value::int64_error() const {
   if (type_ != int_type) type_error(int_type);
-  if (big_uint_)
-    throw std::runtime_error("JSON integer " + std::to_string(u_) + " is out of int64 range");
-  return i_;
+  throw std::runtime_error("JSON integer " + std::to_string(u_) + " is out of int64 range");
 }
 
-uint64_t Value::get_uint64() const {
+void Value::uint64_error() const {
   if (type_ != int_type) type_error(int_type);
-  if (!big_uint_ && i_ < 0)
-    throw std::runtime_error("JSON integer " + std::to_string(i_) + " is negative");
-  return u_;
-}
-
-double Value::get_real() const {
-  if (type_ == real_type) return d_;
-  if (type_ != int_type) type_error(real_type);
-  return big_uint_ ? static_cast<double>(u_) : static_cast<double>(i_);
+  throw std::runtime_error("JSON integer " + std::to_string(i_) + " is negative");
 }
 
 bool operator==(const Value& a, const Value& b) {
@@ -240,8 +198,8 @@ bool operator==(const Value& a, const Value& b) {
     case real_type: return a.d_ == b.d_;
     case str_type:
     case secure_str_type: return a.s_ == b.s_;
-    case obj_type: return *a.o_ == *b.o_;
-    case array_type: return *a.a_ == *b.a_;
+    case obj_type: return a.o_ == b.o_;
+    case array_type: return a.a_ == b.a_;
   }
   return false;
 }

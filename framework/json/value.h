@@ -44,8 +44,8 @@ class Value {
   // The shared null value: what a lookup of a missing member reads as.
   static const Value null;
 
-  Value() noexcept : type_(null_type) {}
-  Value(std::nullptr_t) noexcept : type_(null_type) {}  // NOLINT(google-explicit-constructor)
+  Value() noexcept : type_(null_type), u_(0) {}
+  Value(std::nullptr_t) noexcept : Value() {}  // NOLINT(google-explicit-constructor)
   Value(const char* s);                                  // NOLINT: null pointer gives null
   Value(std::string s) noexcept;                         // NOLINT(google-explicit-constructor)
   Value(bool b) noexcept : type_(bool_type) { u_ = 0; b_ = b; }  // NOLINT(google-explicit-constructor)
@@ -73,28 +73,75 @@ class Value {
   static Value secure(std::string s) noexcept;
 
   Value(const Value& other);
-  Value(Value&& other) noexcept;
+  // Scalars are moved and destroyed inline; documents hold millions of them.
+  Value(Value&& other) noexcept : type_(other.type_), big_uint_(other.big_uint_) {
+    if (is_scalar()) {
+      u_ = other.u_;
+      other.type_ = null_type;
+      other.big_uint_ = false;
+    } else {
+      type_ = null_type;
+      steal(other);
+    }
+  }
   Value& operator=(const Value& other);
   Value& operator=(Value&& other) noexcept;
-  ~Value();
+  ~Value() {
+    if (!is_scalar()) destroy();
+  }
 
   Value_type type() const noexcept { return type_; }
   bool is_null() const noexcept { return type_ == null_type; }
   // An int_type value above INT64_MAX (readable only by get_uint64).
   bool is_uint64() const noexcept { return type_ == int_type && big_uint_; }
 
-  const Object& get_obj() const;
-  Object& get_obj();
-  const Array& get_array() const;
-  Array& get_array();
+  // The getters are inline: writing a document calls them for every value.
+  const Object& get_obj() const {
+    if (!is(obj_type)) type_error(obj_type);
+    return o_;
+  }
+  Object& get_obj() {
+    if (!is(obj_type)) type_error(obj_type);
+    return o_;
+  }
+  const Array& get_array() const {
+    if (!is(array_type)) type_error(array_type);
+    return a_;
+  }
+  Array& get_array() {
+    if (!is(array_type)) type_error(array_type);
+    return a_;
+  }
   // Both string kinds.
-  const std::string& get_str() const;
-  std::string& get_str();
-  bool get_bool() const;
-  int get_int() const;         // throws when out of int range
-  int64_t get_int64() const;   // throws above INT64_MAX
-  uint64_t get_uint64() const; // throws when negative
-  double get_real() const;     // reals, and integers widened to double
+  const std::string& get_str() const {
+    if (!is(str_type) && !is(secure_str_type)) type_error(str_type);
+    return s_;
+  }
+  std::string& get_str() {
+    if (!is(str_type) && !is(secure_str_type)) type_error(str_type);
+    return s_;
+  }
+  bool get_bool() const {
+    if (!is(bool_type)) type_error(bool_type);
+    return b_;
+  }
+  int get_int() const;  // throws when out of int range
+  // Throws above INT64_MAX.
+  int64_t get_int64() const {
+    if (!is(int_type) || big_uint_) int64_error();
+    return i_;
+  }
+  // Throws when negative.
+  uint64_t get_uint64() const {
+    if (!is(int_type) || (!big_uint_ && i_ < 0)) uint64_error();
+    return u_;
+  }
+  // Reals, and integers widened to double.
+  double get_real() const {
+    if (is(real_type)) return d_;
+    if (!is(int_type)) type_error(real_type);
+    return big_uint_ ? static_cast<double>(u_) : static_cast<double>(i_);
+  }
 
   void swap(Value& other) noexcept;
 
@@ -102,13 +149,19 @@ class Value {
   friend bool operator!=(const Value& a, const Value& b) { return !(a == b); }
 
  private:
+  bool is(Value_type t) const noexcept { return type_ == t; }
+  // Null, bool and numbers: all type codes from bool_type on.
+  bool is_scalar() const noexcept { return type_ >= bool_type; }
+  bool is_container() const noexcept { return type_ == obj_type || type_ == array_type; }
   void destroy() noexcept;
   void destroy_container() noexcept;
   void steal(Value& other) noexcept;     // takes other's content, leaves other null
   void copy_from(const Value& other);    // *this must hold nothing
-  bool is_container() const noexcept { return type_ == obj_type || type_ == array_type; }
   void move_out_children(std::vector<Value>& pending) noexcept;
+  // Each throws std::runtime_error.
   [[noreturn]] void type_error(Value_type wanted) const;
+  [[noreturn]] void int64_error() const;
+  [[noreturn]] void uint64_error() const;
 
   Value_type type_;
   bool big_uint_ = false;
@@ -118,8 +171,8 @@ class Value {
     uint64_t u_;
     double d_;
     std::string s_;  // str_type and secure_str_type
-    Object* o_;
-    Array* a_;
+    Object o_;       // held inline: one allocation less per container
+    Array a_;
   };
 };
 
