@@ -59,7 +59,8 @@ TEST_F(Instance_Helpers, KeepsServerAndLocalRegistryInStep) {
   EXPECT_EQ(std::vector<std::string>{"u 1/x"}, sim_.removed_resources());
 
   ASSERT_TRUE(remove_instance(instance));
-  EXPECT_EQ("DELETE /d2/r/v2/instances?uuid=u+1%2fx", sim_.requests().back().method + " " + sim_.requests().back().target);
+  const auto removed = sim_.requests().back();
+  EXPECT_EQ("DELETE /d2/r/v2/instances?uuid=u+1%2fx", removed.method + " " + removed.target);
   EXPECT_TRUE(sim_.instances().empty());
   EXPECT_EQ(nullptr, Instance_Manager::instance()->find("u 1/x"));
   EXPECT_EQ(0u, count_at(LM_ERROR)) << log_.dump();

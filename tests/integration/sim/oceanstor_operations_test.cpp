@@ -63,8 +63,9 @@ TEST_F(OceanStor_Operations, reads_of_luns_and_snapshots) {
 
 TEST_F(OceanStor_Operations, only_the_exact_text_true_means_attached) {
   const auto snapshot = [](const char* exposed) {
-    return Sim_Reply{200, OceanStor_Sim::reply_text(json_spirit::Object{
-                              {"TYPE", "27"}, {"EXPOSEDTOINITIATOR", exposed}, {"ID", "40"}, {"NAME", "s"}, {"WWN", "w"}})};
+    const json_spirit::Object data{
+        {"TYPE", "27"}, {"EXPOSEDTOINITIATOR", exposed}, {"ID", "40"}, {"NAME", "s"}, {"WWN", "w"}};
+    return Sim_Reply{200, OceanStor_Sim::reply_text(data)};
   };
   for (const char* exposed : {"TRUE", "1", "true"}) {
     sim.set_reply("GET", rest("snapshot/40"), snapshot(exposed));
