@@ -1,8 +1,5 @@
 #include "framework/json/utf8.h"
 
-#include <cstdint>
-#include <cstring>
-
 #include "framework/json/rapidjson_setup.h"
 #include <rapidjson/encodings.h>
 #include <rapidjson/memorystream.h>
@@ -23,26 +20,12 @@ struct Append {
   void Put(char c) { out.push_back(c); }
 };
 
-// Length of the leading run of ASCII bytes, eight at a time.
-std::size_t ascii_prefix(const char* s, std::size_t n) {
-  std::size_t i = 0;
-  for (; i + 8 <= n; i += 8) {
-    uint64_t word;
-    std::memcpy(&word, s + i, 8);
-    if (word & 0x8080808080808080ULL) break;
-  }
-  while (i < n && static_cast<unsigned char>(s[i]) < 0x80) ++i;
-  return i;
-}
-
 }  // namespace
 
-bool is_valid_utf8(const char* s, std::size_t n) {
-  std::size_t i = ascii_prefix(s, n);
-  if (i == n) return true;
-  rapidjson::MemoryStream in(s + i, n - i);
+bool detail::is_valid_utf8_from(const char* s, std::size_t n) {
+  rapidjson::MemoryStream in(s, n);
   Discard sink;
-  while (in.Tell() < n - i) {
+  while (in.Tell() < n) {
     if (!rapidjson::UTF8<>::Validate(in, sink)) return false;
   }
   return true;

@@ -85,22 +85,11 @@ void Value::copy_from(const Value& other) {
   big_uint_ = other.big_uint_;
 }
 
-void Value::steal(Value& other) noexcept {
-  switch (other.type_) {
-    case str_type: new (&s_) std::string(std::move(other.s_)); other.s_.~basic_string(); break;
-    case secure_str_type:
-      new (&s_) std::string(std::move(other.s_));
-      wipe(other.s_);  // a short secret was copied out of the small-string buffer
-      other.s_.~basic_string();
-      break;
-    case obj_type: new (&o_) Object(std::move(other.o_)); other.o_.~Object(); break;
-    case array_type: new (&a_) Array(std::move(other.a_)); other.a_.~Array(); break;
-    default: u_ = other.u_; break;
-  }
-  type_ = other.type_;
-  big_uint_ = other.big_uint_;
-  other.type_ = null_type;
-  other.big_uint_ = false;
+// Only the string part; steal() sets the type.
+void Value::steal_secret(Value& other) noexcept {
+  new (&s_) std::string(std::move(other.s_));
+  wipe(other.s_);  // a short secret was copied out of the small-string buffer
+  other.s_.~basic_string();
 }
 
 // Moves the nested containers of this container into `pending`, then frees the container.

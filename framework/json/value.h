@@ -13,8 +13,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <new>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace json_spirit {
@@ -155,7 +157,22 @@ class Value {
   bool is_container() const noexcept { return type_ == obj_type || type_ == array_type; }
   void destroy() noexcept;
   void destroy_container() noexcept;
-  void steal(Value& other) noexcept;     // takes other's content, leaves other null
+  // Takes other's content, leaves other null. Inline like the move constructor, but for
+  // secrets, which have their old bytes wiped.
+  void steal(Value& other) noexcept {
+    switch (other.type_) {
+      case str_type: new (&s_) std::string(std::move(other.s_)); other.s_.~basic_string(); break;
+      case secure_str_type: steal_secret(other); break;
+      case obj_type: new (&o_) Object(std::move(other.o_)); other.o_.~Object(); break;
+      case array_type: new (&a_) Array(std::move(other.a_)); other.a_.~Array(); break;
+      default: u_ = other.u_; break;
+    }
+    type_ = other.type_;
+    big_uint_ = other.big_uint_;
+    other.type_ = null_type;
+    other.big_uint_ = false;
+  }
+  void steal_secret(Value& other) noexcept;
   void copy_from(const Value& other);    // *this must hold nothing
   void move_out_children(std::vector<Value>& pending) noexcept;
   // Each throws std::runtime_error.
