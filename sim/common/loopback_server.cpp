@@ -48,6 +48,9 @@ bool Loopback_Server::start(unsigned short port) {
   if (thread_.joinable()) return true;
   if (!server_->is_valid()) return false;
   server_->set_keep_alive_timeout(KEEP_ALIVE_SECONDS);
+  // httplib writes headers and body separately; with Nagle on, each reply on a kept-alive
+  // connection waits out the client's delayed ACK (tens of milliseconds a request).
+  server_->set_tcp_nodelay(true);
   int bound = 0;
   if (port == 0) {
     bound = server_->bind_to_any_port(LOOPBACK);
