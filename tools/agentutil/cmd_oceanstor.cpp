@@ -9,7 +9,9 @@
 #include <memory>
 
 #include "framework/json/writer.h"
+#include "tools/agentutil/cancel.h"
 #include "tools/agentutil/cli_common.h"
+#include "tools/agentutil/progress.h"
 #include "tools/agentutil/secret_input.h"
 #include "utils/agent/oceanstor/oceanstor_client.h"
 
@@ -45,13 +47,20 @@ class Cli_Client : public oceanstor::OceanStor_Client {
     prepare_connection(restful_client());
   }
 
+  // Where bitmap requests report, while a changed-block query runs.
+  void show_bitmap_progress(cli::Progress* progress) { progress_ = progress; }
+
  protected:
   void prepare_connection(JSON_RESTful_Client& client) override {
     if (!ca_file_.empty()) client.ca_file(ca_file_.c_str());
   }
+  bool bitmap_progress(unsigned long done_bytes, unsigned long total_bytes) override {
+    return progress_ == nullptr || progress_->update(done_bytes, total_bytes);
+  }
 
  private:
   std::string ca_file_;
+  cli::Progress* progress_ = nullptr;
 };
 
 void print_json(const Value& v) { std::cout << json_spirit::write(v, true) << "\n"; }
@@ -168,8 +177,13 @@ int changed_blocks(const Array_Args& a) {
   if (!client) return 1;
   std::vector<Block> blocks;
   unsigned long chunk_size = 0;
-  if (!client->get_changed_blocks(a.lun, a.base.empty() ? nullptr : &a.base, a.size, blocks, chunk_size))
-    return cli::fail("cannot read the changed blocks of LUN '" + a.lun + "'");
+  cli::Progress progress("bitmap");
+  client->show_bitmap_progress(&progress);
+  const bool ok = client->get_changed_blocks(a.lun, a.base.empty() ? nullptr : &a.base, a.size, blocks, chunk_size);
+  client->show_bitmap_progress(nullptr);
+  progress.finish();
+  if (cli::cancel_requested()) return cli::fail("cancelled");
+  if (!ok) return cli::fail("cannot read the changed blocks of LUN '" + a.lun + "'");
   if (cli::options().json) {
     Array out;
     for (const auto& b : blocks) out.push_back(Object{{"offset", b.offset}, {"length", b.length}});

@@ -2,6 +2,7 @@
 // extents they describe.
 #include <ace/Log_Msg.h>
 
+#include <cstdint>
 #include <vector>
 
 #include "framework/base/hex_string.h"
@@ -81,6 +82,11 @@ bool OceanStor_Client::fetch_bitmap(const std::string& lun_id, const std::string
     bitmap.bitmap += segment.bitmap;
     offset += length;
     remaining -= length;
+    if (!bitmap_progress(offset, size) && offset < size) {
+      ACE_ERROR((LM_ERROR, ACE_TEXT("Cancelled getting bitmap, lun: '%C', after %Q of %Q bytes.\n"),
+                 lun_id.c_str(), static_cast<uint64_t>(offset), static_cast<uint64_t>(size)));
+      return false;
+    }
   }
   bitmap.lun_id = lun_id;
   return true;
@@ -107,5 +113,7 @@ bool OceanStor_Client::get_changed_blocks(const std::string& lun_id, const std::
   ACE_DEBUG((LM_INFO, ACE_TEXT("Total blocks is %B.\n"), blocks.size()));
   return true;
 }
+
+bool OceanStor_Client::bitmap_progress(unsigned long, unsigned long) { return true; }
 
 }  // namespace oceanstor

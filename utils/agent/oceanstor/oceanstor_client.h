@@ -116,6 +116,9 @@ class OceanStor_Client {
   virtual time_t now() const;
   virtual void sleep_seconds(unsigned seconds);
   virtual void prepare_connection(JSON_RESTful_Client& client);
+  // Told after each bitmap segment how many bytes of the LUN are covered; a large LUN takes
+  // thousands of requests, so a subclass can show progress, or return false to stop there.
+  virtual bool bitmap_progress(unsigned long done_bytes, unsigned long total_bytes);
   JSON_RESTful_Client& restful_client() { return restful_client_; }
 
  private:
