@@ -1,5 +1,5 @@
-// Hexadecimal text <-> bytes. Encoding is boost::algorithm::hex; decoding is a table
-// walk of our own, because array bitmaps arrive as hundreds of MiB of hex text and
+// Hexadecimal text <-> bytes. Encoding is boost::algorithm::hex; decoding is our own, eight
+// digits per step, because array bitmaps arrive as hundreds of MiB of hex text and
 // boost::algorithm::unhex (an iterator and an exception check per digit) decodes ~150 MB/s.
 //
 // Decoding takes two digits a byte, the first the high half, upper- or lower-case.
