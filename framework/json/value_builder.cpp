@@ -71,7 +71,9 @@ Value Value_Builder::close_object() {
     const uint32_t i = order_[j].index;
     // Of repeated member names the last one wins, as in JavaScript; sorting kept them in
     // document order.
-    if (may_repeat && j + 1 < order_.size() && names[i] == names[order_[j + 1].index]) continue;
+    if (may_repeat && j + 1 < order_.size() && order_[j].prefix == order_[j + 1].prefix &&
+        names[i] == names[order_[j + 1].index])
+      continue;
     o.emplace_hint(o.end(), std::move(names[i]), std::move(values[i]));
   }
   keys_.resize(c.first_key);
