@@ -8,6 +8,10 @@
 //
 // Typed getters throw std::runtime_error on a type mismatch; callers that read outside
 // documents catch it and turn it into a logged failure.
+//
+// A Value holds its map or vector inline (one allocation less per container), so what
+// get_obj() or get_array() returns lives inside that Value: the reference does not follow
+// the Value when it is moved, e.g. by the growth of the array holding it.
 #pragma once
 
 #include <cstddef>
