@@ -16,6 +16,7 @@
 #include <random>
 #include <string>
 
+#include "bench/common/timing.h"
 #include "framework/json/rapidjson_setup.h"
 #include "framework/json/reader.h"
 #include "framework/json/writer.h"
@@ -173,8 +174,7 @@ class Capturing_Reporter : public benchmark::ConsoleReporter {
 void compare(const Capturing_Reporter& r, const char* name, const char* ours, const char* peer) {
   const auto o = r.ms.find(ours), p = r.ms.find(peer);
   if (o == r.ms.end() || p == r.ms.end()) return;
-  std::printf("%s: ours %.1f ms, peer %.1f ms, ratio %.2f\n", name, o->second, p->second,
-              o->second / p->second);
+  bench::print_comparison(name, o->second, p->second);
 }
 
 }  // namespace
