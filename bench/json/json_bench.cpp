@@ -160,6 +160,8 @@ void Dump_Nlohmann(benchmark::State& state) {
 // Keeps the CPU time of each benchmark (in its unit, ms here) for the comparison lines.
 class Capturing_Reporter : public benchmark::ConsoleReporter {
  public:
+  // No colours: the comparison lines are read by scripts and pasted into notes.
+  Capturing_Reporter() : benchmark::ConsoleReporter(OO_Tabular) {}
   std::map<std::string, double> ms;
   void ReportRuns(const std::vector<Run>& runs) override {
     // CPU time: the machine is shared, and each benchmark runs on one thread.
