@@ -5,8 +5,6 @@
 //
 // Each --channel puts a fake agent behind that channel of "/d2/jr", answering the
 // mount helpers' actions.
-#include <signal.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -16,6 +14,7 @@
 
 #include "sim/backupd/backupd_sim.h"
 #include "sim/backupd/jsonrpc_channel.h"
+#include "sim/common/stop_signals.h"
 
 namespace {
 
@@ -46,12 +45,7 @@ int main(int argc, char** argv) {
                  argv[0]);
     return 2;
   }
-  // Block the stop signals before the server's threads start, then wait for one here.
-  sigset_t stop_signals;
-  sigemptyset(&stop_signals);
-  sigaddset(&stop_signals, SIGINT);
-  sigaddset(&stop_signals, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &stop_signals, nullptr);
+  const au_sim::Stop_Signals stop_signals;  // before the server's threads start
 
   // Declared first so that it outlives the server's threads.
   au_sim::JSON_RPC_Channel channel;
@@ -64,8 +58,7 @@ int main(int argc, char** argv) {
   }
   std::printf("%u\n", sim.port());
   std::fflush(stdout);
-  int signal_number = 0;
-  sigwait(&stop_signals, &signal_number);
+  stop_signals.wait();
   sim.stop();
   return 0;
 }

@@ -8,8 +8,6 @@
 // It starts with one LUN "1" (1 GiB, chunks 0 and 5 written), its snapshot "2" (and
 // chunk 7 written after it), lun group "3", host "4" in that group with one healthy FC
 // link. Log in as admin / Admin@storage1.
-#include <signal.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -17,6 +15,7 @@
 #include <string>
 
 #include "sim/common/self_signed_certificate.h"
+#include "sim/common/stop_signals.h"
 #include "sim/oceanstor/oceanstor_sim.h"
 
 namespace {
@@ -71,12 +70,7 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "usage: %s [--port N] [--https [--cert FILE --key FILE]]\n", argv[0]);
     return 2;
   }
-  // Block the stop signals before the server's threads start, then wait for one here.
-  sigset_t stop_signals;
-  sigemptyset(&stop_signals);
-  sigaddset(&stop_signals, SIGINT);
-  sigaddset(&stop_signals, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &stop_signals, nullptr);
+  const au_sim::Stop_Signals stop_signals;  // before the server's threads start
 
   std::unique_ptr<au_sim::Self_Signed_Certificate> demo_cert;  // --https without files
   if (options.https && options.cert.empty()) {
@@ -98,8 +92,7 @@ int main(int argc, char** argv) {
   std::printf("%u\n%s\n", sim->port(), sim->device_id().c_str());
   if (options.https) std::printf("%s\n", options.cert.c_str());
   std::fflush(stdout);
-  int signal_number = 0;
-  sigwait(&stop_signals, &signal_number);
+  stop_signals.wait();
   sim->stop();
   return 0;
 }

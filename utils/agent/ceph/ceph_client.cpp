@@ -193,11 +193,7 @@ bool Ceph_Client::open_pool(const std::string& name, Ceph_Pool& pool) {
                name.c_str(), error_, error().c_str()));
     return false;
   }
-  Ceph_Context& ctx = pool.context();
-  ctx.img_ctx_.reset();
-  ctx.io_ctx_ = std::move(slot);
-  ctx.close_on_destruction_ = ctx_.close_on_destruction_;
-  ctx.ctx_ = ctx_.ctx_;
+  hand_io_context(std::move(slot), pool);
   pool.pool_name(name);
   return true;
 }
@@ -228,12 +224,17 @@ bool Ceph_Client::open_pool(unsigned long id, Ceph_Pool& pool) {
     ACE_ERROR((LM_ERROR, ACE_TEXT("%s"), text.c_str()));
     return false;
   }
+  hand_io_context(std::move(slot), pool);
+  return true;
+}
+
+// The pool shares this client's cluster handle and owns the new io context.
+void Ceph_Client::hand_io_context(Rados_IO_Ctx_var io_ctx, Ceph_Pool& pool) const {
   Ceph_Context& ctx = pool.context();
   ctx.img_ctx_.reset();
-  ctx.io_ctx_ = std::move(slot);
+  ctx.io_ctx_ = std::move(io_ctx);
   ctx.close_on_destruction_ = ctx_.close_on_destruction_;
   ctx.ctx_ = ctx_.ctx_;
-  return true;
 }
 
 bool Ceph_Client::open_image(const std::string& pool_name, const std::string& img_name,

@@ -82,6 +82,7 @@ class Ceph_Client {
 
  private:
   bool init_cluster(Basic_String_Arg<char> id);
+  void hand_io_context(Rados_IO_Ctx_var io_ctx, Ceph_Pool& pool) const;
   bool set_config(const std::string& key, const json_spirit::Value& value, bool ignore_unknown);
 
   int error_ = 0;
