@@ -1,12 +1,25 @@
 // An agent's view of the installed package: headers by repository path, one library.
-#include <cstdio>
+// It uses iostreams on purpose: an executable that holds copy-relocated std::cerr is the
+// case where a deep-bound libceph-common used to crash on its first line to stderr.
+#include <iostream>
 
+#include "utils/agent/ceph/ceph_client.h"
 #include "utils/agent/ceph/uri_components.h"
 #include "utils/agent/sdk_loader.h"
 
 int main() {
   const ceph::URI_Components uri("rbd/vm1@s1");
   SDK_Loader sdk("no-such-sdk", "/nonexistent-agentutil-check", false);
-  std::printf("%s\n", uri.to_uri().c_str());
-  return uri.type == ceph::URI_Components::SNAPSHOT && !sdk.latest() ? 0 : 1;
+  std::cout << uri.to_uri() << "\n";
+  if (uri.type != ceph::URI_Components::SNAPSHOT || sdk.latest()) return 1;
+
+  // Ceph configuration mistakes make Ceph write to stderr; the agent must get false.
+  ceph::Ceph_Client unconfigured("admin", true);
+  const ceph::Ceph_Client::Options unreachable_monitor = {
+      {"mon_host", json_spirit::Value("127.0.0.1:1")},
+      {"client_mount_timeout", json_spirit::Value("2")}};
+  ceph::Ceph_Client unreachable("admin", true);
+  const bool connected = unconfigured.connect() || unreachable.connect(unreachable_monitor);
+  std::cerr << "agent: connect " << (connected ? "succeeded" : "failed") << "\n";
+  return connected ? 1 : 0;
 }

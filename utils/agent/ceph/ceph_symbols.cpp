@@ -4,6 +4,9 @@
 #include <ace/Log_Msg.h>
 #include <ace/OS_NS_errno.h>
 
+#include <cstring>
+#include <string>
+
 #include "framework/base/path.h"
 
 namespace ceph {
@@ -21,11 +24,17 @@ bool open_library(ACE_DLL& dll, const Ceph_Library& lib, const char* name, const
     }
     return true;
   }
-  if (dll.open(name, CEPH_DLL_OPEN_MODE, false) != 0) {
-    ACE_ERROR((LM_ERROR, lib.open_failed, dll.error()));
-    return false;
+  if (dll.open(name, CEPH_DLL_OPEN_MODE, false) == 0) return true;
+  // The bare name's error is the one reported: it names what the caller asked for.
+  const std::string error = dll.error();
+  if (std::strcmp(name, lib.default_name) == 0) {
+    for (const char* const* soname = lib.sonames; soname && *soname; ++soname) {
+      dll.close();  // ACE_DLL keeps a failed open's state: the next open needs a clean one
+      if (dll.open(*soname, CEPH_DLL_OPEN_MODE, false) == 0) return true;
+    }
   }
-  return true;
+  ACE_ERROR((LM_ERROR, lib.open_failed, error.c_str()));
+  return false;
 }
 
 bool bind_symbols(ACE_DLL& dll, const Ceph_Library& lib) {

@@ -14,14 +14,11 @@ class ACE_DLL;
 
 namespace ceph {
 
-// RTLD_LAZY | RTLD_DEEPBIND (9): Ceph resolves its own symbols first, so an agent that
-// carries other builds of Ceph's dependencies does not interpose on them.
-// AddressSanitizer refuses RTLD_DEEPBIND; the sanitizer build drops only that flag.
-#ifdef AGENTUTIL_NO_DEEPBIND
+// RTLD_LAZY with local binding, deliberately without RTLD_DEEPBIND: under deep binding
+// libceph-common binds std::cerr/std::cout to libstdc++'s own copies, which are never
+// initialised when the executable holds copy-relocated ones, so the first line Ceph writes
+// to stderr (a wrong key, an unreachable monitor) kills the agent with SIGSEGV.
 constexpr int CEPH_DLL_OPEN_MODE = RTLD_LAZY;
-#else
-constexpr int CEPH_DLL_OPEN_MODE = RTLD_LAZY | RTLD_DEEPBIND;
-#endif
 
 // One bindable function.
 struct Ceph_Symbol {
@@ -34,6 +31,9 @@ struct Ceph_Symbol {
 // One library: its default name, its open-failure lines and its table.
 struct Ceph_Library {
   const char* default_name;      // "librados"
+  // Tried in order when the default name is not found and no directory was given: hosts
+  // with only the runtime package (librados2, librbd1) have no unversioned "librados.so".
+  const char* const* sonames;    // null-terminated
   const char* open_failed;       // bare name: "...: %s.\n" with the loader's error
   const char* open_path_failed;  // dir form: "... %s: %s.\n" with the path and error
   const Ceph_Symbol* symbols;
@@ -41,7 +41,8 @@ struct Ceph_Library {
 };
 
 // Opens `dir`/`name` (or the bare `name`, found by the loader's search path, when `dir`
-// is null; the library's default name when `name` is null) and binds the table in order.
+// is null; the library's default name when `name` is null, then its sonames) and binds
+// the table in order.
 // Stops at the first missing required symbol and keeps what is already bound; the library
 // is never closed again. One log line for each failure and for each missing optional symbol.
 bool load_ceph_library(ACE_DLL& dll, const Ceph_Library& lib, const char* name,

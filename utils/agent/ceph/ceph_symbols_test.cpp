@@ -5,9 +5,18 @@
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <limits.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <vector>
+
+#include "framework/base/temp_dir_test.h"
+#include "utils/agent/ceph/ceph_client.h"
 
 #include "tests/support/fake_ceph/fake_ceph.h"
 #include "tests/support/log_capture.h"
@@ -109,6 +118,64 @@ TEST(Ceph_Binding, a_missing_library_fails_with_the_loader_error_and_no_fallback
   EXPECT_EQ(0u, rbd.find("Failed to open dll 'librbd' form path /nonexistent-agentutil-dir/librbd: ")) << rbd;
   EXPECT_NE(std::string::npos, rbd.find("No such file or directory")) << rbd;
   EXPECT_EQ(".\n", rbd.substr(rbd.size() - 2)) << rbd;
+}
+
+// Hosts with only the runtime packages (librados2, librbd1) have no "librados.so" link.
+// The parent hides both development links in a private mount namespace (an overlay whose
+// upper layer holds whiteouts) and runs this same test there, where the child binds.
+constexpr const char* LINKS_HIDDEN_ENV = "AU_TEST_CEPH_DEV_LINKS_HIDDEN";
+
+std::string directory_of(const char* soname) {
+  void* handle = dlopen(soname, RTLD_LAZY);
+  if (handle == nullptr) return std::string();
+  char dir[PATH_MAX] = "";
+  dlinfo(handle, RTLD_DI_ORIGIN, dir);
+  dlclose(handle);
+  return dir;
+}
+
+std::string run_and_read(const std::string& command, int& status) {
+  std::string out;
+  FILE* pipe = popen(command.c_str(), "r");
+  if (pipe == nullptr) return out;
+  char buf[4096];
+  for (size_t n; (n = fread(buf, 1, sizeof buf, pipe)) > 0;) out.append(buf, n);
+  status = pclose(pipe);
+  return out;
+}
+
+TEST(Ceph_Binding, default_names_fall_back_to_sonames_without_development_links) {
+  if (std::getenv(LINKS_HIDDEN_ENV) != nullptr) {
+    ASSERT_EQ(nullptr, dlopen("librados.so", RTLD_LAZY));  // the links are really hidden
+    ASSERT_EQ(nullptr, dlopen("librbd.so", RTLD_LAZY));
+    au_test::Log_Capture logs;
+    EXPECT_TRUE(ceph::Ceph_Client::open_ceph_libraries()) << logs.dump();
+    EXPECT_TRUE(logs.records().empty()) << logs.dump();
+    return;
+  }
+  const std::string rados_dir = directory_of("librados.so.2");
+  ASSERT_FALSE(rados_dir.empty()) << "librados2 is not installed";
+  ASSERT_EQ(rados_dir, directory_of("librbd.so.1"));
+  au_test::Temp_Dir tmp;
+  const std::string whiteouts = tmp.path() + "/whiteouts";
+  ASSERT_EQ(0, mkdir(whiteouts.c_str(), 0755));
+  for (const char* link : {"/librados.so", "/librbd.so"}) {
+    if (mknod((whiteouts + link).c_str(), S_IFCHR | 0600, makedev(0, 0)) != 0)
+      GTEST_SKIP() << "cannot make overlay whiteouts here (not root)";
+  }
+  char self[PATH_MAX] = "";
+  ASSERT_GT(readlink("/proc/self/exe", self, sizeof self - 1), 0);
+  const std::string test_name = ::testing::UnitTest::GetInstance()->current_test_info()->name();
+  const std::string command = std::string(LINKS_HIDDEN_ENV) + "=1 unshare -m --propagation private sh -c '" +
+                              "mount -t overlay overlay -o lowerdir=" + whiteouts + ":" + rados_dir + " " +
+                              rados_dir + " || exit 77; exec \"$0\" --gtest_filter=Ceph_Binding." + test_name +
+                              "' " + self + " 2>&1";
+  int status = -1;
+  const std::string out = run_and_read(command, status);
+  if (WIFEXITED(status) && WEXITSTATUS(status) == 77)
+    GTEST_SKIP() << "no private mount namespace here: " << out;
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << out;
+  EXPECT_NE(std::string::npos, out.find("[  PASSED  ] 1 test")) << out;
 }
 
 TEST(Ceph_Binding, close_clears_every_pointer_and_open_does_not_bind_again) {

@@ -19,8 +19,11 @@ using Singleton = ACE_Unmanaged_Singleton<Librados_Wrapper, ACE_Null_Mutex>;
 const Ceph_Symbol LIBRADOS_SYMBOLS[] = {AU_LIBRADOS_SYMBOLS(AU_LIBRADOS_ENTRY)};
 #undef AU_LIBRADOS_ENTRY
 
+const char* const LIBRADOS_SONAMES[] = {"librados.so.2", nullptr};
+
 const Ceph_Library LIBRADOS = {
     "librados",
+    LIBRADOS_SONAMES,
     "Failed to open dll 'librados': %s.\n",
     "Failed to open dll 'librados' form path %s: %s.\n",
     LIBRADOS_SYMBOLS,

@@ -19,8 +19,11 @@ using Singleton = ACE_Unmanaged_Singleton<Librbd_Wrapper, ACE_Null_Mutex>;
 const Ceph_Symbol LIBRBD_SYMBOLS[] = {AU_LIBRBD_SYMBOLS(AU_LIBRBD_ENTRY)};
 #undef AU_LIBRBD_ENTRY
 
+const char* const LIBRBD_SONAMES[] = {"librbd.so.1", nullptr};
+
 const Ceph_Library LIBRBD = {
     "librbd",
+    LIBRBD_SONAMES,
     "Failed to open dll 'librbd': %s.\n",
     "Failed to open dll 'librbd' form path %s: %s.\n",
     LIBRBD_SYMBOLS,
