@@ -7,45 +7,12 @@ namespace au_sim {
 
 namespace {
 
-// What a promised-but-never-sent body claims to be, for dropped connections.
-constexpr std::size_t DROPPED_BODY_LENGTH = 4096;
-
 void send(const Sim_Reply& reply, httplib::Response& res) {
   res.status = reply.status;
   res.set_content(reply.body, reply.content_type.c_str());
 }
 
-void send_dropped(httplib::Response& res) {
-  res.status = 200;
-  // Returning false from the provider makes the server abandon the connection
-  // after the head went out: the client sees a reply cut short.
-  res.set_content_provider(DROPPED_BODY_LENGTH, "application/json",
-                           [](std::size_t, std::size_t, httplib::DataSink&) { return false; });
-}
-
 }  // namespace
-
-Sim_Fault Sim_Fault::reply(int status, std::string body, int times) {
-  Sim_Fault f;
-  f.status = status;
-  f.body = std::move(body);
-  f.times = times;
-  return f;
-}
-
-Sim_Fault Sim_Fault::delay(int delay_ms, int times) {
-  Sim_Fault f;
-  f.delay_ms = delay_ms;
-  f.times = times;
-  return f;
-}
-
-Sim_Fault Sim_Fault::drop(int times) {
-  Sim_Fault f;
-  f.drop_connection = true;
-  f.times = times;
-  return f;
-}
 
 Backupd_Sim::Backupd_Sim() {
   server_.set_handler([this](const httplib::Request& req, httplib::Response& res) { serve(req, res); });
@@ -109,11 +76,7 @@ void Backupd_Sim::serve(const httplib::Request& req, httplib::Response& res) {
   Sim_Request request = to_sim_request(req);
   log_.add(request);
   Sim_Fault fault;
-  if (take_fault(request.path, fault)) {
-    if (fault.delay_ms > 0 && wait_for_stop(fault.delay_ms)) return send_dropped(res);
-    if (fault.drop_connection) return send_dropped(res);
-    if (fault.status != 0) return send(Sim_Reply{fault.status, fault.body, fault.content_type}, res);
-  }
+  if (take_fault(request.path, fault) && serve_fault(fault, server_, res)) return;
   send(dispatch(request), res);
 }
 

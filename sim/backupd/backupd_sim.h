@@ -18,27 +18,10 @@
 
 #include "framework/json/value.h"
 #include "sim/common/loopback_server.h"
+#include "sim/common/sim_fault.h"
 #include "sim/common/sim_request.h"
 
 namespace au_sim {
-
-// One way to misbehave, applied to the next `times` requests whose path matches
-// (times < 0: every one until cleared). Only the fields that are set take effect:
-// a delay is served first, then either a dropped connection or the reply below.
-struct Sim_Fault {
-  int times = 1;
-  int delay_ms = 0;
-  // Send the head of a reply that promises a body, then close the connection.
-  bool drop_connection = false;
-  // A reply in place of the normal one when status != 0.
-  int status = 0;
-  std::string body;
-  std::string content_type = "application/json";
-
-  static Sim_Fault reply(int status, std::string body, int times = 1);
-  static Sim_Fault delay(int delay_ms, int times = 1);
-  static Sim_Fault drop(int times = 1);
-};
 
 class Backupd_Sim {
  public:

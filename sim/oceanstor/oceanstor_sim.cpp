@@ -13,7 +13,6 @@ namespace {
 
 constexpr const char* REST_ROOT = "/deviceManager/rest/";
 constexpr const char* LOGIN_PATH = "/deviceManager/rest/xxxxx/sessions";
-constexpr std::size_t DROPPED_BODY_LENGTH = 4096;
 constexpr std::size_t ENDLESS_PIECE = 64 * 1024;
 
 }  // namespace
@@ -157,21 +156,7 @@ void OceanStor_Sim::serve(const httplib::Request& req, httplib::Response& res) {
     return;
   }
   Sim_Fault fault;
-  if (take_fault(request.path, fault)) {
-    // A slow reply; one cut short by stop() is dropped rather than answered.
-    const bool stopped = fault.delay_ms > 0 && server_.wait_for_stop(fault.delay_ms);
-    if (stopped || fault.drop_connection) {
-      res.status = 200;
-      res.set_content_provider(DROPPED_BODY_LENGTH, "application/json",
-                               [](std::size_t, std::size_t, httplib::DataSink&) { return false; });
-      return;
-    }
-    if (fault.status != 0) {
-      res.status = fault.status;
-      res.set_content(fault.body, fault.content_type.c_str());
-      return;
-    }
-  }
+  if (take_fault(request.path, fault) && serve_fault(fault, server_, res)) return;
   std::string set_cookie;
   const Sim_Reply reply = dispatch(request, set_cookie);
   res.status = reply.status;

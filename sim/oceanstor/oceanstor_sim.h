@@ -19,8 +19,9 @@
 #include <vector>
 
 #include "framework/json/value.h"
-#include "sim/backupd/backupd_sim.h"
 #include "sim/common/loopback_server.h"
+#include "sim/common/sim_fault.h"
+#include "sim/common/sim_request.h"
 
 namespace au_sim {
 
