@@ -8,6 +8,7 @@
 
 #include "tests/integration/ceph/pool_fixture.h"
 #include "tests/support/http_test_server.h"
+#include "utils/agent/ceph/librados_wrapper.h"
 
 namespace {
 
@@ -34,6 +35,15 @@ TEST(Ceph_Client_Connect, configures_connects_and_opens_pools) {
   EXPECT_FALSE(client.set_configs("/nonexistent/ceph.conf"));
   EXPECT_TRUE(
       logs_.has(LM_ERROR, "Failed to read config file:code -2, msg No such file or directory.\n"));
+
+  // A secret given as a secure string is applied like a string and never logged.
+  const std::string secret = "AQBhZ2VudHV0aWwtdGVzdC1rZXk=";
+  logs_.clear();
+  EXPECT_TRUE(client.set_configs({{"key", json_spirit::Value::secure(secret)}}, false));
+  char applied[64] = "";
+  ASSERT_EQ(0, ceph::rados_conf_get(*client.context().ctx_, "key", applied, sizeof applied));
+  EXPECT_EQ(secret, applied);
+  EXPECT_TRUE(logs_.records().empty()) << logs_.dump();
 
   const ceph::Ceph_Config config(au_test::ceph_conf_text());
   ASSERT_TRUE(client.connect(config.options())) << logs_.dump();

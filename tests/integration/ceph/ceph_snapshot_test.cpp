@@ -151,4 +151,48 @@ TEST_F(Changed_Blocks_On_Cluster, refusals_cancel_and_failures_report_false) {
       << logs_.dump();
 }
 
+// The quiet cases an agent meets every night: an image that did not change between two
+// snapshots, a snapshot of an image of size 0, and a pool that holds no image yet.
+using Quiet_Cases_On_Cluster = Pool_Fixture;
+
+TEST_F(Quiet_Cases_On_Cluster, idle_image_empty_snapshot_and_empty_pool) {
+  const std::string idle = au_test::unique_ceph_name("idle");
+  ASSERT_TRUE(make_image(idle, 8));
+  ceph::Ceph_Image image;
+  ASSERT_TRUE(pool_.open_image(idle, image, false));
+  const std::string data(64 * 1024, 'x');
+  ASSERT_EQ(static_cast<int>(data.size()), image.write(MiB, data.size(), data.data(), 0));
+  ASSERT_TRUE(image.flush());
+  ASSERT_TRUE(rbd("snap create --no-progress " + POOL + "/" + idle + "@s1"));
+  ASSERT_TRUE(rbd("snap create --no-progress " + POOL + "/" + idle + "@s2"));
+  ceph::Ceph_Snapshot s2;
+  ASSERT_TRUE(pool_.open_snapshot(idle, "s2", s2, true));
+  Blocks blocks;
+  EXPECT_TRUE(s2.get_changed_blocks("s1", blocks, 12, Range(0, 0), false, {}, false, false));
+  EXPECT_TRUE(blocks.empty()) << dump(blocks);
+  EXPECT_TRUE(s2.get_allocated_blocks(blocks, 12, Range(0, 0), false, {}));
+  EXPECT_TRUE(covers(blocks, Block(MiB, data.size()))) << dump(blocks);  // there, unchanged
+
+  const std::string empty = au_test::unique_ceph_name("size0");
+  ASSERT_TRUE(make_image(empty, 0));
+  ASSERT_TRUE(rbd("snap create --no-progress " + POOL + "/" + empty + "@s0"));
+  ceph::Ceph_Snapshot s0;
+  ASSERT_TRUE(pool_.open_snapshot(empty, "s0", s0, true));
+  blocks.clear();
+  logs_.clear();
+  EXPECT_FALSE(s0.get_allocated_blocks(blocks, 12, Range(0, 0), false, {}));
+  EXPECT_TRUE(logs_.has_check("size(0) <= 0(0)")) << logs_.dump();
+
+  const std::string pool_name = au_test::unique_ceph_name("emptypool");
+  cleanup_.commands.push_back("ceph osd pool rm " + pool_name + " " + pool_name +
+                              " --yes-i-really-really-mean-it");
+  ASSERT_TRUE(au_test::run_ceph_cli("ceph osd pool create " + pool_name + " 8 >/dev/null 2>&1", nullptr));
+  ASSERT_TRUE(rbd("pool init " + pool_name));
+  ceph::Ceph_Pool empty_pool;
+  ASSERT_TRUE(client_->open_pool(pool_name, empty_pool));
+  std::vector<ceph::Image_Spec> images;
+  EXPECT_TRUE(empty_pool.list_image(images)) << logs_.dump();
+  EXPECT_TRUE(images.empty());
+}
+
 }  // namespace

@@ -99,7 +99,8 @@ bool Ceph_Client::set_configs(const Options& configs, bool ignore_unknown) {
 // False only for an unknown option that may not be ignored.
 bool Ceph_Client::set_config(const std::string& key, const json_spirit::Value& value,
                              bool ignore_unknown) {
-  if (value.type() != json_spirit::str_type) {
+  // A secure string is the JSON type for secrets (a key): applied as text, never logged.
+  if (value.type() != json_spirit::str_type && value.type() != json_spirit::secure_str_type) {
     ACE_ERROR((LM_WARNING,
                ACE_TEXT("Found invalid RADOS option value type %d for configuration key %s.\n"),
                static_cast<int>(value.type()), key.c_str()));

@@ -21,8 +21,8 @@ namespace {
 
 // librbd's force flags for snapshot removal: unprotect, then flatten children.
 constexpr int SNAP_REMOVE_FORCE = RBD_SNAP_REMOVE_UNPROTECT | RBD_SNAP_REMOVE_FLATTEN;
-// Asks the OSDs not to keep the zeroed data in their cache.
-constexpr int ZEROING_OP_FLAGS = LIBRADOS_OP_FLAG_FADVISE_NOCACHE;
+// Zeroing walks the range forward: hint sequential access (8) to the OSDs.
+constexpr int ZEROING_OP_FLAGS = LIBRADOS_OP_FLAG_FADVISE_SEQUENTIAL;
 constexpr uint64_t ZERO_BUFFER_SIZE = 512;
 
 rbd_image_t image_of(const Ceph_Context& ctx) { return static_cast<rbd_image_t>(*ctx.img_ctx_); }

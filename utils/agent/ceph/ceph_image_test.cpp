@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <map>
 #include <string>
+#include <tuple>
 
 #include "tests/support/fake_ceph/fake_ceph.h"
 #include "tests/support/log_capture.h"
@@ -59,6 +60,58 @@ TEST(Ceph_Image_Checks, zeroing_guard_progress_adapter_and_closed_handle) {
   EXPECT_TRUE(logs.has_check("snap_name is empty")) << logs.dump();
   EXPECT_TRUE(logs.has_check("ctx_.img_ctx_ is NULL")) << logs.dump();
   EXPECT_EQ(2u, logs.records().size()) << logs.dump();
+}
+
+// Which zeroing call runs, and the op flags that reach it: 8 (sequential) whenever
+// rbd_write2 exists, else none. librbd is replaced by recorders.
+std::string zeroing_call;
+int zeroing_flags = -1;
+
+TEST(Ceph_Image_Checks, zeroing_takes_the_first_available_call_with_sequential_flags) {
+  const auto saved = std::make_tuple(ceph::rbd_write_zeroes, ceph::rbd_writesame, ceph::rbd_write2,
+                                     ceph::rbd_write);
+  const auto zeroes = [](rbd_image_t, uint64_t, uint64_t, int, int flags) -> ssize_t {
+    zeroing_call = "rbd_write_zeroes";
+    zeroing_flags = flags;
+    return 0;
+  };
+  const auto same = [](rbd_image_t, uint64_t, size_t, const char*, size_t, int flags) -> ssize_t {
+    zeroing_call = "rbd_writesame";
+    zeroing_flags = flags;
+    return 0;
+  };
+  const auto write2 = [](rbd_image_t, uint64_t, size_t, const char*, int flags) -> ssize_t {
+    zeroing_call = "rbd_write2";
+    zeroing_flags = flags;
+    return 0;
+  };
+  const auto write1 = [](rbd_image_t, uint64_t, size_t, const char*) -> ssize_t {
+    zeroing_call = "rbd_write";
+    zeroing_flags = 0;
+    return 0;
+  };
+  struct Case {
+    bool has_zeroes, has_same, has_write2;
+    const char* call;
+    int flags;
+  } cases[] = {
+      {true, true, true, "rbd_write_zeroes", 8},  {true, true, false, "rbd_write_zeroes", 0},
+      {false, true, true, "rbd_writesame", 8},    {false, true, false, "rbd_writesame", 0},
+      {false, false, true, "rbd_write2", 8},      {false, false, false, "rbd_write", 0},
+  };
+  Ceph_Image image = fake_open_image();
+  for (const Case& c : cases) {
+    ceph::rbd_write_zeroes = c.has_zeroes ? +zeroes : nullptr;
+    ceph::rbd_writesame = c.has_same ? +same : nullptr;
+    ceph::rbd_write2 = c.has_write2 ? +write2 : nullptr;
+    ceph::rbd_write = write1;
+    zeroing_call.clear();
+    zeroing_flags = -1;
+    EXPECT_EQ(0, image.write_zeroes(4096, 0));
+    EXPECT_EQ(c.call, zeroing_call);
+    EXPECT_EQ(c.flags, zeroing_flags) << c.call;
+  }
+  std::tie(ceph::rbd_write_zeroes, ceph::rbd_writesame, ceph::rbd_write2, ceph::rbd_write) = saved;
 }
 
 TEST(Ceph_Image_Fallbacks, old_librbd_takes_the_older_calls_or_names_the_missing_one) {

@@ -48,13 +48,16 @@ bool Ceph_Snapshot::diff_iterate(Ceph_Context& ctx, Basic_String_Arg<char> from_
                "opened.\n"));
     return false;
   }
+  // The older rbd_diff_iterate always includes the parent: it serves include_parent
+  // alone; only a whole-object walk needs rbd_diff_iterate2.
+  const bool extended = whole_object || (include_parent && rbd_diff_iterate2 != nullptr);
+  if (extended && AU_CEPH_LACKS_SYMBOL(rbd_diff_iterate2)) return false;
   const char* from = from_snap.empty() ? nullptr : from_snap.c_str();
   void* arg = const_cast<Diff_Callback*>(&cb);
-  const int r = (include_parent || whole_object)
-                    ? rbd_diff_iterate2(image_of(ctx), from, offset, length, include_parent,
-                                        whole_object, diff_iterate_cb, arg)
-                    : rbd_diff_iterate(image_of(ctx), from, offset, length, diff_iterate_cb,
-                                       arg);
+  const int r = extended ? rbd_diff_iterate2(image_of(ctx), from, offset, length, include_parent,
+                                             whole_object, diff_iterate_cb, arg)
+                         : rbd_diff_iterate(image_of(ctx), from, offset, length, diff_iterate_cb,
+                                            arg);
   if (r != 0) {
     POSIX_Error text;
     ACE_ERROR((LM_ERROR,

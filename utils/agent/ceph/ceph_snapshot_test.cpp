@@ -116,6 +116,23 @@ TEST(Ceph_Snapshot_Extents, callback_rounds_skips_holes_checks_range_and_merges)
                                    "from snap(s1): code 1, msg Operation not permitted.\n"))
         << logs.dump();
   }
+
+  // A librbd without rbd_diff_iterate2: its plain call includes the parent anyway, so only a
+  // whole-object walk is refused, before librbd is called.
+  ceph::rbd_diff_iterate2 = nullptr;
+  const int plain_before = plain_calls;
+  script = {{0, 4096, 1}};
+  blocks.clear();
+  logs.clear();
+  EXPECT_TRUE(ceph::Ceph_Snapshot::get_changed_blocks(ctx, "s1", blocks, 12, Range(0, 1 << 20),
+                                                      false, {}, true, false));
+  EXPECT_EQ(Blocks({{0, 4096}}), blocks);
+  EXPECT_FALSE(ceph::Ceph_Snapshot::get_changed_blocks(ctx, "s1", blocks, 12, Range(0, 1 << 20),
+                                                       false, {}, true, true));
+  EXPECT_EQ(plain_before + 1, plain_calls);
+  EXPECT_TRUE(logs.has(LM_ERROR, "Failed to get symbol rbd_diff_iterate2This version of Ceph doesn't "
+                                 "support it.\n"))
+      << logs.dump();
   std::tie(ceph::rbd_diff_iterate, ceph::rbd_diff_iterate2) = saved;
 }
 
