@@ -41,6 +41,9 @@ class Client_IO_Base {
   // For a written piece, true means it is now stored and visible under its name.
   virtual bool close() = 0;
 
+  // The options the connection was made with (keys for sealed pieces), if any.
+  virtual const Options* connection_options() const { return nullptr; }
+
   const std::string& last_error() const { return last_error_; }
   // The piece open now (or last), as given to open().
   const std::string& path() const { return path_; }

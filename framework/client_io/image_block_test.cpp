@@ -1,0 +1,250 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <random>
+
+#include "framework/base/temp_dir_test.h"
+#include "framework/client_io/client_io_ex.h"
+#include "framework/client_io/image_block_reader.h"
+#include "framework/client_io/image_block_writer.h"
+#include "tests/support/log_capture.h"
+
+namespace {
+
+constexpr uint64_t MiB = 1 << 20;
+const char* const KEY = "8f1e2d3c4b5a69788796a5b4c3d2e1f000112233445566778899aabbccddeeff";
+const char* const IV = "a1b2c3d4e5f60718293a4b5c";
+
+std::string random_bytes(size_t n, unsigned seed) {
+  std::mt19937_64 g(seed);
+  std::string s(n, '\0');
+  for (size_t i = 0; i + 8 <= n; i += 8) {
+    const uint64_t v = g();
+    std::memcpy(&s[i], &v, 8);
+  }
+  return s;
+}
+
+std::string text_bytes(size_t n) {
+  std::string s;
+  for (int i = 0; s.size() < n; ++i) s += "block " + std::to_string(i % 977) + " of a compressible log line\n";
+  s.resize(n);
+  return s;
+}
+
+struct Extent {
+  uint64_t offset;
+  std::string data;  // empty: an explicit zero extent of `zeros` bytes
+  uint64_t zeros = 0;
+};
+
+// Random, text, zeros inside data, an odd unaligned extent, explicit zeros, and one
+// mixed extent longer than a record; gaps between them stay unwritten.
+std::vector<Extent> image_extents() {
+  std::string mixed = text_bytes(2 * MiB) + random_bytes(2 * MiB + 4096, 7);
+  return {{0, random_bytes(3 * MiB, 1)},
+          {4 * MiB, text_bytes(MiB / 2)},
+          {5 * MiB, std::string(MiB, '\0')},
+          {6 * MiB + 100, random_bytes(5000, 3)},
+          {7 * MiB, "", MiB},
+          {8 * MiB, mixed}};
+}
+constexpr uint64_t IMAGE_SIZE = 13 * MiB;
+
+Client_IO_Base::Options options_for(Compression_Method m, bool sealed) {
+  Client_IO_Base::Options o;
+  o.compression_method = m;
+  if (sealed) {
+    o.cipher = ENCR_AES_256_GCM;
+    o.key = KEY;
+    o.iv = IV;
+  }
+  return o;
+}
+
+class Piece_Test : public ::testing::Test {
+ protected:
+  std::string url() const { return "file://" + dir.path(); }
+
+  bool write_piece(const std::string& name, const Client_IO_Base::Options& o,
+                   const std::vector<Extent>& extents, uint64_t image_size) {
+    Client_IO_Ex io;
+    if (!io.connect(url(), o) || !io.open(name, Client_IO_Base::OPEN_WRITE, 0, 0)) return false;
+    Image_Block_Writer w(io);
+    bool ok = w.begin(image_size, 64 << 10);
+    for (const Extent& e : extents) {
+      ok = ok && (e.data.empty() ? w.append_zeros(e.offset, e.zeros)
+                                 : w.append(e.offset, e.data.data(), e.data.size()));
+    }
+    return ok && w.finish() && io.close();
+  }
+
+  // Restores into a buffer that starts as 0xEE everywhere, checking every block's shape.
+  bool read_piece(const std::string& name, const Client_IO_Base::Options& o, size_t block_size,
+                  std::string& image, size_t& calls) {
+    Client_IO_Ex io;
+    if (!io.connect(url(), o) || !io.open(name, Client_IO_Base::OPEN_READ, 0, 0)) return false;
+    const size_t bs = block_size ? block_size : 64 << 10;
+    image.assign(IMAGE_SIZE, '\xEE');
+    calls = 0;
+    return Image_Block_Reader::read_blocks_align(&io, [&](const void* data, size_t len, off_t off) {
+      ++calls;
+      EXPECT_EQ(off / bs, (off + len - 1) / bs) << off << "+" << len;
+      EXPECT_LE(off + len, image.size());
+      if (data == nullptr || off + len > image.size()) return false;
+      std::memcpy(&image[off], data, len);
+      return true;
+    }, block_size);
+  }
+
+  static std::string expected_image(const std::vector<Extent>& extents) {
+    std::string image(IMAGE_SIZE, '\xEE');
+    for (const Extent& e : extents) {
+      if (e.data.empty()) image.replace(e.offset, e.zeros, e.zeros, '\0');
+      else image.replace(e.offset, e.data.size(), e.data);
+    }
+    return image;
+  }
+
+  std::string file_bytes(const std::string& name) {
+    std::ifstream f(dir / name, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(f), {});
+  }
+
+  au_test::Temp_Dir dir;
+};
+
+TEST_F(Piece_Test, pieces_round_trip_for_every_compression_with_and_without_a_key) {
+  const std::vector<Extent> extents = image_extents();
+  const std::string expected = expected_image(extents);
+  const uint64_t data_bytes = 3 * MiB + MiB / 2 + MiB + 5000 + 4 * MiB + 4096;
+  for (Compression_Method m : {COMPR_NONE, COMPR_AUTO, COMPR_LZOP, COMPR_ZSTD}) {
+    for (bool sealed : {false, true}) {
+      const std::string name = "p-" + std::to_string(m) + (sealed ? "-sealed" : "");
+      const Client_IO_Base::Options o = options_for(m, sealed);
+      ASSERT_TRUE(write_piece(name, o, extents, IMAGE_SIZE)) << name;
+      const size_t stored = file_bytes(name).size();
+      // Zeros are never stored; text is, unless compression is off, much smaller.
+      EXPECT_LT(stored, data_bytes - MiB + 4096) << name;
+      if (m != COMPR_NONE) {
+        EXPECT_LT(stored, data_bytes - MiB - MiB / 4) << name;
+      }
+      for (size_t block_size : {size_t(4096), size_t(0), size_t(MiB), size_t(3 * MiB + 17)}) {
+        std::string image;
+        size_t calls = 0;
+        ASSERT_TRUE(read_piece(name, o, block_size, image, calls)) << name << " bs " << block_size;
+        EXPECT_TRUE(image == expected) << name << " bs " << block_size;
+        EXPECT_GT(calls, block_size == 4096 ? IMAGE_SIZE / 4096 / 2 : 6u);
+      }
+    }
+  }
+}
+
+// Sets the header checksum, and the trailer's over header and index, to fit the bytes.
+void reseal(std::string& p) {
+  auto* b = reinterpret_cast<unsigned char*>(&p[0]);
+  const uint64_t h = piece::xxh3(b, 56);
+  for (int i = 0; i < 8; ++i) b[56 + i] = static_cast<unsigned char>(h >> (8 * i));
+  uint64_t index_at = 0;
+  for (int i = 7; i >= 0; --i) index_at = (index_at << 8) | b[p.size() - 24 + i];
+  std::string covered = p.substr(0, 64) + p.substr(index_at, p.size() - 32 - index_at);
+  const uint64_t t = piece::xxh3(covered.data(), covered.size());
+  for (int i = 0; i < 8; ++i) b[p.size() - 16 + i] = static_cast<unsigned char>(t >> (8 * i));
+}
+
+TEST_F(Piece_Test, damaged_pieces_fail_with_one_line_and_nothing_reaches_the_sink) {
+  const std::vector<Extent> extents = {{0, text_bytes(100000)},
+                                       {200000, "", 50000},
+                                       {300000, random_bytes(70000, 9)},
+                                       {400000, text_bytes(30000)}};
+  for (bool sealed : {false, true}) {
+    const Client_IO_Base::Options o = options_for(sealed ? COMPR_ZSTD : COMPR_NONE, sealed);
+    ASSERT_TRUE(write_piece("good", o, extents, 500000));
+    const std::string good = file_bytes("good");
+    Piece_Layout layout;
+    {
+      Client_IO_Ex io;
+      ASSERT_TRUE(io.connect(url(), o) && io.open("good", Client_IO_Base::OPEN_READ, 0, 0));
+      ASSERT_TRUE(Image_Block_Reader::read_layout(&io, layout));
+    }
+    ASSERT_EQ(layout.records.size(), 4u);
+    const uint64_t size = good.size(), index_at = size - 32 - 4 * 48;
+    const std::string rec0 = "record 0 (image offset 0, piece offset 64)";
+    const std::string data_fault = sealed ? "authentication failed (altered bytes or another key)"
+                                          : "checksum mismatch";
+    struct Fault {
+      std::string name;
+      std::function<void(std::string&)> damage;
+      std::string line;
+    };
+    std::vector<Fault> faults = {
+        {"magic", [](std::string& p) { p[0] ^= 1; }, "header (piece offset 0): bad magic, not a piece"},
+        {"header", [](std::string& p) { p[17] ^= 4; }, "header (piece offset 0): header checksum mismatch"},
+        {"version", [](std::string& p) { p[8] = 2; reseal(p); }, "header (piece offset 0): unknown format version"},
+        {"record", [](std::string& p) { p[64 + 9] ^= 1; }, rec0 + ": record header differs from the index"},
+        {"data", [](std::string& p) { p[64 + 40 + 9] ^= 0x10; }, rec0 + ": " + data_fault},
+        {"index", [&](std::string& p) { p[index_at + 60] ^= 1; },
+         "trailer (piece offset " + std::to_string(size - 32) + "): index checksum mismatch"},
+        {"trailer", [&](std::string& p) { p[size - 32] ^= 1; },
+         "trailer (piece offset " + std::to_string(size - 32) + "): record count and index position do not fit the piece size"},
+        {"outside", [](std::string& p) { p[18] = 4; reseal(p); },  // image size 500000 -> 303392
+         sealed ? "header (piece offset 0): the key does not open this piece"  // the key check covers it
+                : "record 2 (image offset 300000, piece offset " + std::to_string(layout.positions[2]) +
+                      "): record outside the image (image size 303392)"},
+    };
+    for (uint64_t cut : {uint64_t(0), uint64_t(63), layout.positions[1], layout.positions[2],
+                         layout.positions[3], index_at, size - 1}) {
+      faults.push_back({"cut at " + std::to_string(cut), [cut](std::string& p) { p.resize(cut); },
+                        cut < 96 ? "header (piece offset 0): only " + std::to_string(cut) + " bytes, too short for a piece"
+                                 : "trailer (piece offset " + std::to_string(cut - 32) + "): "});
+    }
+    if (sealed) {
+      faults.push_back({"wrong key", nullptr, "header (piece offset 0): the key does not open this piece"});
+      faults.push_back({"no key", nullptr, "header (piece offset 0): the piece is encrypted and the connection has no key"});
+    }
+    for (const Fault& f : faults) {
+      std::string bad = good;
+      if (f.damage) f.damage(bad);
+      dir.write_file("bad", bad);
+      Client_IO_Base::Options ro = o;
+      if (f.name == "wrong key") ro.key[5] ^= 1;
+      if (f.name == "no key") ro = {};
+      Client_IO_Ex io;
+      ASSERT_TRUE(io.connect(url(), ro) && io.open("bad", Client_IO_Base::OPEN_READ, 0, 0));
+      au_test::Log_Capture log;
+      size_t calls = 0;
+      EXPECT_FALSE(Image_Block_Reader::read_blocks_align(&io, [&](const void*, size_t, off_t) {
+        ++calls;
+        return true;
+      }, 4096)) << f.name;
+      EXPECT_EQ(calls, 0u) << f.name;
+      const auto records = log.records();
+      ASSERT_EQ(records.size(), 1u) << f.name << log.dump();
+      EXPECT_EQ(records[0].text.rfind("Invalid piece 'bad' at " + f.line, 0), 0u) << f.name << ": " << records[0].text;
+      EXPECT_EQ(records[0].text.find(KEY + 10), std::string::npos);
+    }
+  }
+}
+
+TEST_F(Piece_Test, the_writer_refuses_extents_out_of_order_or_outside_the_image) {
+  Client_IO_Ex io;
+  ASSERT_TRUE(io.connect(url(), {}) && io.open("w", Client_IO_Base::OPEN_WRITE, 0, 0));
+  Image_Block_Writer w(io);
+  ASSERT_TRUE(w.begin(1000, 512));
+  ASSERT_TRUE(w.append(100, "abc", 3));
+  au_test::Log_Capture log;
+  EXPECT_FALSE(w.append(101, "x", 1));
+  EXPECT_TRUE(log.has(LM_ERROR, "Failed to write piece 'w': extent at 101 overlaps or precedes the one before\n"))
+      << log.dump();
+  EXPECT_FALSE(w.finish());  // a failed writer stays failed, without more lines
+  EXPECT_EQ(log.records().size(), 1u);
+
+  Image_Block_Writer w2(io);
+  ASSERT_TRUE(w2.begin(1000, 512));
+  EXPECT_FALSE(w2.append_zeros(999, 2));
+  EXPECT_TRUE(log.has(LM_ERROR, "Failed to write piece 'w': extent at 999 runs past the image end\n"));
+}
+
+}  // namespace
