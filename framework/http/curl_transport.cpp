@@ -284,6 +284,7 @@ bool Curl_Transport::perform(const HTTP_Request& request, const HTTP_Headers& ex
     error.message = "the request body could not be produced";
   } else {
     error.retryable = is_retryable(rc);
+    error.not_sent = is_connect_failure(rc);
     error.message = (x.error[0] ? std::string(x.error) : std::string(curl_easy_strerror(rc))) +
                     " (curl code " + std::to_string(static_cast<int>(rc)) + ")";
   }

@@ -15,6 +15,8 @@ struct HTTP_Transport_Error {
   // Worth another attempt: the server could not be reached or the connection broke.
   // Refusals that would repeat (bad certificate, reply too large, bad URL) are not.
   bool retryable = false;
+  // No connection was made (refused, unresolvable): the server provably never saw it.
+  bool not_sent = false;
   std::string message;
 };
 

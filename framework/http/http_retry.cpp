@@ -4,13 +4,30 @@
 #include <chrono>
 #include <thread>
 
+#include "framework/http/http_method.h"
 #include "framework/log/trace.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-bool worth_retrying(bool replied, const HTTP_Response& response, const HTTP_Transport_Error& error) {
+bool is_idempotent(int method) {
+  switch (method) {
+    case HTTP_GET:
+    case HTTP_HEAD:
+    case HTTP_PUT:
+    case HTTP_DELETE:
+    case HTTP_OPTIONS:
+    case HTTP_TRACE:
+      return true;
+    default:
+      return false;
+  }
+}
+
+bool worth_retrying(const HTTP_Request& request, bool replied, const HTTP_Response& response,
+                    const HTTP_Transport_Error& error) {
+  if (!is_idempotent(request.method())) return !replied && error.not_sent;
   return replied ? response.status() >= 500 : error.retryable;
 }
 
@@ -31,7 +48,7 @@ bool http_send_with_retries(HTTP_Session& session, const HTTP_Request& request,
     HTTP_Transport_Error failure;
     const bool replied = session.send(request, extra, body, response, failure);
     error = replied ? std::string() : failure.message;
-    if (attempt >= retries || !worth_retrying(replied, response, failure)) return replied;
+    if (attempt >= retries || !worth_retrying(request, replied, response, failure)) return replied;
     if (policy.timeout > 0 && Clock::now() + wait - start > std::chrono::seconds(policy.timeout))
       return replied;
     // A streamed body that cannot start over cannot be sent again.

@@ -1,6 +1,11 @@
 // Sending with bounded retries. Only what may go better next time is retried: a
 // server that could not be reached, a broken connection, a 5xx reply. A 4xx reply,
 // a refused certificate or an oversized reply is final at once.
+//
+// Only idempotent requests (GET, HEAD, PUT, DELETE, OPTIONS, TRACE) are sent again after
+// they may have reached the server. Any other request (POST, PATCH: an attach, a forwarded
+// mount, a login) is retried only when no connection was made at all, so that it is never
+// carried out twice; a 5xx reply or a broken connection is its final outcome.
 #pragma once
 
 #include <string>

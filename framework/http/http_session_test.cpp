@@ -51,9 +51,11 @@ class HTTP_Session_Test : public ::testing::Test {
       server_.on(method, "/echo", [](const httplib::Request& req, httplib::Response& res) {
         res.set_content(req.body, "text/plain");
       });
-    server_.on("GET", "/flaky", [this](const httplib::Request&, httplib::Response& res) {
-      res.status = failures_left_-- > 0 ? 503 : 200;
-    });
+    for (const char* method : {"GET", "POST"}) {
+      server_.on(method, "/flaky", [this](const httplib::Request&, httplib::Response& res) {
+        res.status = failures_left_-- > 0 ? 503 : 200;
+      });
+    }
     server_.on("GET", "/forbidden", [](const httplib::Request&, httplib::Response& res) {
       res.status = 403;
     });
@@ -234,20 +236,25 @@ TEST_F(HTTP_Session_Test, retries_only_what_may_succeed_and_stay_bounded) {
   policy.interval_ms = 1;
   HTTP_Response resp;
   std::string error;
-  // {failures before success, retries, path, final status, requests made}
-  const std::tuple<int, int, const char*, int, size_t> cases[] = {
-      {2, 3, "/flaky", 200, 3}, {10, 1, "/flaky", 503, 2}, {0, 3, "/forbidden", 403, 1}};
-  for (const auto& [failures, retries, path, status, requests] : cases) {
+  // {method, failures before success, retries, path, final status, requests made}; a POST
+  // that reached the server is never sent twice.
+  const std::tuple<HTTP_Method, int, int, const char*, int, size_t> cases[] = {
+      {HTTP_GET, 2, 3, "/flaky", 200, 3},
+      {HTTP_GET, 10, 1, "/flaky", 503, 2},
+      {HTTP_GET, 0, 3, "/forbidden", 403, 1},
+      {HTTP_POST, 2, 3, "/flaky", 503, 1}};
+  for (const auto& [method, failures, retries, path, status, requests] : cases) {
     server_.clear_requests();
     failures_left_ = failures;
     policy.retries = retries;
-    ASSERT_TRUE(http_send_with_retries(session, HTTP_Request(HTTP_GET, path), HTTP_Headers(),
+    ASSERT_TRUE(http_send_with_retries(session, HTTP_Request(method, path), HTTP_Headers(),
                                        HTTP_Request_Body(), resp, policy, error));
     EXPECT_EQ(status, resp.status()) << path;
     EXPECT_EQ(requests, server_.requests().size()) << path << " " << retries;
   }
 
-  // Unreachable: every retry is spent, a streamed body starting over each time.
+  // Unreachable: every retry is spent, even for a POST (it never left), a streamed body
+  // starting over each time.
   Counting_Source source(2, false);
   HTTP_Session refused(local(au_test::unused_local_port()));
   EXPECT_FALSE(http_send_with_retries(refused, HTTP_Request(HTTP_POST, "/x"), HTTP_Headers(),

@@ -3,6 +3,7 @@
 #include <ace/Log_Msg.h>
 
 #include <exception>
+#include <utility>
 
 #include "framework/http/upstream_json_restful_client.h"
 #include "framework/log/check.h"
@@ -51,7 +52,11 @@ bool read_catalogs(const char* uri, json_spirit::Value& out, int retries, int re
 bool read_catalogs(JSON_RESTful_Client& client, const char* uri, json_spirit::Value& out) {
   if (AU_IS_NULL_OR_EMPTY(uri)) return false;
   HTTP_Request req(HTTP_GET, uri, true);
-  return client.get(req, &out);
+  // The client fills the value with an error reply's body too: keep it away from `out`.
+  json_spirit::Value reply;
+  if (!client.get(req, &reply)) return false;
+  out = std::move(reply);
+  return true;
 }
 
 bool read_first_catalog(const char* uri, json_spirit::Value& out, int retries, int retry_timeout) {

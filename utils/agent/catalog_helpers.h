@@ -19,6 +19,7 @@ bool write_catalog(const char* uri, const char* query_string, const json_spirit:
 bool write_catalog(const char* uri, json_spirit::JSON_Generator& generator, int retries,
                    int retry_timeout);
 
+// The whole reply. `out` is written only on success.
 bool read_catalogs(const char* uri, json_spirit::Value& out, int retries, int retry_timeout);
 bool read_catalogs(JSON_RESTful_Client& client, const char* uri, json_spirit::Value& out);
 

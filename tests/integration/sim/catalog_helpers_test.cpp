@@ -39,8 +39,12 @@ TEST_F(Catalog_Helpers, WritesReadsAndDeletesCatalogs) {
 
   ASSERT_TRUE(delete_catalog(CATALOG, 0, 5));
   EXPECT_EQ("DELETE", sim_.requests().back().method);
-  Value gone(Object{{"kept", true}});
-  EXPECT_FALSE(read_catalogs(CATALOG, gone, 0, 5));  // 404 now
+  const Value kept(Object{{"kept", true}});
+  Value gone = kept, gone_again = kept;
+  EXPECT_FALSE(read_catalogs(CATALOG, gone, 0, 5));  // 404 now, with an error body
+  EXPECT_FALSE(read_catalogs(*Upstream_JSON_RESTful_Client::instance(), CATALOG, gone_again));
+  EXPECT_EQ(kept, gone);  // written only on success
+  EXPECT_EQ(kept, gone_again);
   EXPECT_FALSE(delete_catalog(CATALOG, 0, 5));
 }
 

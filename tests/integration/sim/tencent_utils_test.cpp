@@ -61,6 +61,11 @@ TEST_F(Agent_Mount_Requests, mount_sends_exactly_the_options_given_and_refuses_b
 
   agent_->refuse_remote("http://s3.local/bucket");
   EXPECT_FALSE(mount("/mnt/b", nullptr));
+  // A refused mount still tells whether the directory was mounted already.
+  bool was_mounted = false;
+  channel_.inject(result_value(Object{{"result", false}, {"has_mounted", true}}));
+  EXPECT_FALSE(mount("/mnt/b", &was_mounted));
+  EXPECT_TRUE(was_mounted);
 }
 
 TEST_F(Agent_Mount_Requests, keys_never_reach_a_log_line_even_when_tracing) {

@@ -66,7 +66,8 @@ class Ceph_Client {
 
   // Changed extents of an image (from its creation; from_snap must be empty) or of a
   // snapshot (from from_snap, or from the creation when empty). `cb` gets offset, length
-  // and whether the extent holds data.
+  // and whether the extent holds data, and returns non-zero to go on; 0 stops the walk,
+  // which then fails (see Diff_Callback).
   bool diff_iterate(const std::string& uri, Basic_String_Arg<char> from_snap,
                     std::function<int(unsigned long, unsigned long, int)> cb);
 

@@ -62,6 +62,7 @@ class Ceph_Image {
   bool stat(Snapshot_Stat& stat);
   uint64_t size();
 
+  // Every extent from the image's creation; `cb` follows the stop rule of Diff_Callback.
   bool diff_iterate(const Diff_Callback& cb);
   bool get_changed_blocks(const std::string& from_snap, Blocks& blocks, int power_of_2,
                           Range range, bool ignore_file_hole, Cancel_Callback cancel_callback);

@@ -21,10 +21,13 @@ constexpr int MAX_CHANGED_BLOCK_POWER = 30;  // 1 GiB
 // True asks a long operation to stop; may be empty.
 using Cancel_Callback = std::function<bool()>;
 
-// (offset, length, exists) for each extent librbd reports; 0 stops the iteration.
+// Told (offset, length, exists) for each extent librbd reports, on the calling thread.
+// The stop rule, the same for every diff function of this folder: return non-zero to go
+// on; 0 stops librbd, and the diff call then returns false after its failure line.
 using Diff_Callback = std::function<int(uint64_t offset, uint64_t length, int exists)>;
 
-// librbd's C callback; `arg` is a Diff_Callback*. 0 continues, -1 stops (also on null arg).
+// librbd's C callback; `arg` is a Diff_Callback*. Answers librbd 0 (go on) when the function
+// returns non-zero, -1 (stop) when it returns 0 or `arg` is null.
 int diff_iterate_cb(uint64_t offset, uint64_t length, int exists, void* arg);
 
 class Ceph_Snapshot {
@@ -48,7 +51,8 @@ class Ceph_Snapshot {
 
   void close_snapshot();
 
-  // The whole snapshot from the image's creation.
+  // The whole snapshot from the image's creation. Every diff function here follows the
+  // stop rule of Diff_Callback.
   bool diff_iterate(const Diff_Callback& cb);
   // From `from_snap` (empty: from creation); length 0 means up to the snapshot's size.
   bool diff_iterate(const std::string& from_snap, const Diff_Callback& cb, uint64_t offset,

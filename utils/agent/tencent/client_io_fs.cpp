@@ -48,15 +48,15 @@ bool all_digits(const std::string& s) {
          std::all_of(s.begin(), s.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
-// The arguments of a process joined by single spaces; "" for a kernel thread or a
-// process that went away meanwhile.
+// The arguments of a process, each followed by one space where /proc ends it with a NUL;
+// "" for a kernel thread or a process that went away meanwhile. The terminator of the last
+// argument is kept: the pattern needs the blank after a mount directory given last.
 std::string read_command_line(const std::string& proc_root, const std::string& pid) {
   std::ifstream in(proc_root + "/" + pid + "/cmdline", std::ios::binary);
   if (!in) return std::string();
   std::string text(MAX_COMMAND_LINE, '\0');
   in.read(&text[0], static_cast<std::streamsize>(text.size()));
   text.resize(static_cast<std::size_t>(in.gcount()));
-  while (!text.empty() && text.back() == '\0') text.pop_back();
   std::replace(text.begin(), text.end(), '\0', ' ');
   return text;
 }

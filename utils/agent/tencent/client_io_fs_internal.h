@@ -15,8 +15,8 @@ bool get_mounted_paths(const char* mount_table, std::set<std::string>& out);
 bool list_processes(const char* proc_root, const char* mount_table,
                     std::vector<Client_IO_FS_Process>& out);
 
-// Takes the URL and the mount directory out of a clntiofs_i command line (arguments
-// joined by single spaces). False when it names none; never throws.
+// Takes the URL and the mount directory out of a clntiofs_i command line (each argument
+// followed by one space). False when it names none; never throws.
 bool parse_command_line(const std::string& command_line, std::string& url, std::string& mount_dir);
 
 }  // namespace client_io_fs

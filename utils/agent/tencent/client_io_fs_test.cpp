@@ -73,22 +73,26 @@ TEST(Client_IO_FS_Processes, lists_serving_processes_reports_stale_ones_and_fail
   };
   add_process("12", "clntiofs_i\0http://s3/b\0/mnt/a\0-f\0"s);
   add_process("7", "/usr/bin/clntiofs_i\0dedups://p/x\0/mnt/gone\0--opt\0"s);
+  add_process("20", "clntiofs_i\0-f\0https://s3/c\0/mnt/c\0"s);  // the mount directory last
   add_process("30", "clntiofs_i\0http://s3/only-url\0"s);
   add_process("5", "bash\0http://s3/b\0/mnt/a\0-f\0"s);
   add_process("41", "\0\0\0"s);
   add_process("42", "clntiofs_i "s + std::string(300000, 'z') + " http://s3/b /mnt/a -f"s);
   add_process("self", "clntiofs_i\0http://s3/b\0/mnt/self\0-f\0"s);
   ::mkdir((proc / "13").c_str(), 0755);  // gone before its command line was read
-  const std::string mtab = etc.write_file("mtab", "clntiofs_i /mnt/a fuse.clntiofs_i rw 0 0\n");
+  const std::string mtab = etc.write_file("mtab", "clntiofs_i /mnt/a fuse.clntiofs_i rw 0 0\n"
+                                                  "clntiofs_i /mnt/c fuse.clntiofs_i rw 0 0\n");
 
   au_test::Log_Capture logs;
   std::vector<Client_IO_FS_Process> out(3);
   ASSERT_TRUE(client_io_fs::list_processes(proc.path().c_str(), mtab.c_str(), out));
-  ASSERT_EQ(2u, out.size()) << "42 names its URL past the read cap: not seen";
+  ASSERT_EQ(3u, out.size()) << "42 names its URL past the read cap: not seen";
   EXPECT_EQ(std::make_tuple(7, "dedups://p/x", "/mnt/gone", false),
             std::tie(out[0].pid, out[0].url, out[0].mount_dir, out[0].mounted));
   EXPECT_EQ(std::make_tuple(12, "http://s3/b", "/mnt/a", true),
             std::tie(out[1].pid, out[1].url, out[1].mount_dir, out[1].mounted));
+  EXPECT_EQ(std::make_tuple(20, "https://s3/c", "/mnt/c", true),
+            std::tie(out[2].pid, out[2].url, out[2].mount_dir, out[2].mounted));
   ASSERT_EQ(1u, logs.records().size()) << logs.dump();
   EXPECT_TRUE(logs.has(LM_ERROR, "/mnt/gone has unmonted, but process clntiofs_i (pid 7) does not exit\n"));
 
@@ -99,7 +103,7 @@ TEST(Client_IO_FS_Processes, lists_serving_processes_reports_stale_ones_and_fail
   EXPECT_TRUE(logs.has(LM_ERROR, "Failed to list 'clintiofs_i' process.\n")) << logs.dump();
   EXPECT_FALSE(client_io_fs::list_processes(proc.path().c_str(), missing.c_str(), out));
   EXPECT_EQ(2u, logs.records().size()) << logs.dump();
-  EXPECT_EQ(2u, out.size());
+  EXPECT_EQ(3u, out.size());
 }
 
 }  // namespace

@@ -67,9 +67,9 @@ bool request_agent_to_mount(const char* method, const char* host, const char* re
 
   Value answer;
   if (!json_rpc_forward(method, params, host, &answer, json_spirit::obj_type)) return false;
-  const bool ok = read_flag(answer, "result", host, method);
-  if (ok && has_mounted != nullptr) *has_mounted = read_flag(answer, "has_mounted", host, method);
-  return ok;
+  // Stored whatever the result: a refused mount may still say the directory was mounted.
+  if (has_mounted != nullptr) *has_mounted = read_flag(answer, "has_mounted", host, method);
+  return read_flag(answer, "result", host, method);
 }
 
 bool request_agent_to_umount(const char* method, const char* host, const char* mnt) {
