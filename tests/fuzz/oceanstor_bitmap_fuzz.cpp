@@ -1,6 +1,7 @@
 // Changed-block bitmaps arrive as hex text. The input is read both as that text and as
 // the raw bitmap bytes; the extents found must cover exactly the set bits, in order,
-// with gaps between them, shifted by the starting unit.
+// with gaps between them, shifted by the starting unit. Text folded in two pieces, as
+// segments arrive, must give what the whole text gives.
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -8,6 +9,7 @@
 
 #include "framework/base/hex_string.h"
 #include "tests/fuzz/quiet_log.h"
+#include "utils/agent/oceanstor/change_blocks_internal.h"
 #include "utils/agent/oceanstor/oceanstor_client.h"
 
 namespace {
@@ -41,6 +43,16 @@ void check_extents(const Bitmap_Bytes& bitmap, unsigned long start) {
   if (counted != total) __builtin_trap();
 }
 
+void check_pieces(const std::string& text, const Bitmap_Bytes& decoded, std::size_t cut) {
+  std::vector<Block> whole, pieces;
+  oceanstor::parse_change_blocks(decoded, 0, whole);
+  oceanstor::Change_Block_Folder folder(0, pieces);
+  cut = (2 * cut) % (text.size() + 1) & ~std::size_t(1);  // between two bytes' digits
+  if (!folder.add_hex(text.substr(0, cut)) || !folder.add_hex(text.substr(cut))) __builtin_trap();
+  folder.finish();
+  if (whole != pieces) __builtin_trap();
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
@@ -56,6 +68,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
 
   std::vector<unsigned char> decoded;
   const std::string text(reinterpret_cast<const char*>(data), size);
-  if (Hex_String(text).get_bytes(decoded)) check_extents(Bitmap_Bytes(decoded.begin(), decoded.end()), 0);
+  if (Hex_String(text).get_bytes(decoded)) {
+    const Bitmap_Bytes bytes(decoded.begin(), decoded.end());
+    check_extents(bytes, 0);
+    check_pieces(text, bytes, size > 0 ? data[0] : 0);
+  }
   return 0;
 }

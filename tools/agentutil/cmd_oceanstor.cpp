@@ -38,35 +38,10 @@ struct Array_Args {
   unsigned long size = 0;
 };
 
-// The library's client with the CA file of an array whose certificate no public
-// authority signed.
-class Cli_Client : public oceanstor::OceanStor_Client {
- public:
-  Cli_Client(const oceanstor::Device_Manager_Info& info, std::string ca_file)
-      : OceanStor_Client(info), ca_file_(std::move(ca_file)) {
-    prepare_connection(restful_client());
-  }
-
-  // Where bitmap requests report, while a changed-block query runs.
-  void show_bitmap_progress(cli::Progress* progress) { progress_ = progress; }
-
- protected:
-  void prepare_connection(JSON_RESTful_Client& client) override {
-    if (!ca_file_.empty()) client.ca_file(ca_file_.c_str());
-  }
-  bool bitmap_progress(unsigned long done_bytes, unsigned long total_bytes) override {
-    return progress_ == nullptr || progress_->update(done_bytes, total_bytes);
-  }
-
- private:
-  std::string ca_file_;
-  cli::Progress* progress_ = nullptr;
-};
-
 void print_json(const Value& v) { std::cout << json_spirit::write(v, true) << "\n"; }
 
 // Logged in, with the array's own device id in place for the URLs.
-std::unique_ptr<Cli_Client> connect(const Array_Args& a) {
+std::unique_ptr<oceanstor::OceanStor_Client> connect(const Array_Args& a) {
   oceanstor::Device_Manager_Info info;
   std::string error;
   if (!cli::read_secret(a.password_file, "OceanStor password: ", info.auth_info.password, error)) {
@@ -79,7 +54,8 @@ std::unique_ptr<Cli_Client> connect(const Array_Args& a) {
   info.device_id = a.device_id;
   info.auth_info.username = a.user;
   info.auth_info.scope = a.scope;
-  std::unique_ptr<Cli_Client> client(new Cli_Client(info, a.ca_file));
+  info.ca_file = a.ca_file;
+  std::unique_ptr<oceanstor::OceanStor_Client> client(new oceanstor::OceanStor_Client(info));
   if (!client->test_login()) {
     cli::fail("cannot log in to " + a.host);
     return nullptr;
@@ -178,9 +154,10 @@ int changed_blocks(const Array_Args& a) {
   std::vector<Block> blocks;
   unsigned long chunk_size = 0;
   cli::Progress progress("bitmap");
-  client->show_bitmap_progress(&progress);
+  client->set_bitmap_progress(
+      [&progress](unsigned long done, unsigned long total) { return progress.update(done, total); });
   const bool ok = client->get_changed_blocks(a.lun, a.base.empty() ? nullptr : &a.base, a.size, blocks, chunk_size);
-  client->show_bitmap_progress(nullptr);
+  client->set_bitmap_progress(nullptr);
   progress.finish();
   if (cli::cancel_requested()) return cli::fail("cancelled");
   if (!ok) return cli::fail("cannot read the changed blocks of LUN '" + a.lun + "'");

@@ -68,35 +68,26 @@ TEST_F(OceanStor_Bitmaps, a_5_gib_lun_is_asked_for_in_2_gib_segments) {
   EXPECT_EQ(1u, sim.requests_to(rest("lun_bitmap/get_alloc")).size());
 }
 
-// Reports each segment covered and stops when told to, before the next request.
-class Cancelling_Client : public au_test::Test_Client {
- public:
-  using Test_Client::Test_Client;
+TEST_F(OceanStor_Bitmaps, progress_is_told_per_segment_and_can_stop_the_requests) {
   std::vector<unsigned long> reported;
-  size_t segments_allowed = 0;
-
- protected:
-  bool bitmap_progress(unsigned long done_bytes, unsigned long total_bytes) override {
+  size_t segments_allowed = 3;
+  client->set_bitmap_progress([&](unsigned long done_bytes, unsigned long total_bytes) {
     EXPECT_EQ(5 * GIB, total_bytes);
     reported.push_back(done_bytes);
     return reported.size() < segments_allowed;
-  }
-};
-
-TEST_F(OceanStor_Bitmaps, progress_is_told_per_segment_and_can_stop_the_requests) {
-  Cancelling_Client array(au_test::manager_info(sim.port(), sim.device_id()));
-  array.segments_allowed = 3;
+  });
   std::vector<Block> blocks;
   unsigned long chunk_size = 0;
-  ASSERT_TRUE(array.get_changed_blocks("1", nullptr, 5 * GIB, blocks, chunk_size));
-  EXPECT_EQ((std::vector<unsigned long>{2 * GIB, 4 * GIB, 5 * GIB}), array.reported);
+  ASSERT_TRUE(client->get_changed_blocks("1", nullptr, 5 * GIB, blocks, chunk_size));
+  EXPECT_EQ((std::vector<unsigned long>{2 * GIB, 4 * GIB, 5 * GIB}), reported);
 
   sim.clear_requests();
-  array.reported.clear();
-  array.segments_allowed = 1;
+  reported.clear();
+  segments_allowed = 1;
+  sim.write_chunk("1", 0, "a");  // an extent from the first segment, taken back when stopped
   Log_Capture log;
   blocks.assign(1, Block(1, 1));
-  EXPECT_FALSE(array.get_changed_blocks("1", nullptr, 5 * GIB, blocks, chunk_size));
+  EXPECT_FALSE(client->get_changed_blocks("1", nullptr, 5 * GIB, blocks, chunk_size));
   EXPECT_EQ(1u, sim.requests_to(rest("lun_bitmap/get_alloc")).size());
   EXPECT_EQ((std::vector<Block>{{1, 1}}), blocks);
   EXPECT_TRUE(log.has(LM_ERROR, "Cancelled getting bitmap, lun: '1', after 2147483648 of 5368709120 bytes.\n"))

@@ -1,5 +1,5 @@
-// Test helpers for the OceanStor client: a client whose clock, polling sleeps and
-// connection settings the test controls, and a simulated array to talk to.
+// Test helpers for the OceanStor client: a client whose clock and polling sleeps the
+// test controls, that fails at once where it would retry, and a simulated array.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -9,7 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "framework/http/json_restful_client.h"
 #include "sim/oceanstor/oceanstor_sim.h"
 #include "tests/support/log_capture.h"
 #include "utils/agent/oceanstor/oceanstor_client.h"
@@ -21,9 +20,9 @@ constexpr const char* ARRAY_PASSWORD = "Admin@storage1";
 
 class Test_Client : public oceanstor::OceanStor_Client {
  public:
-  explicit Test_Client(const oceanstor::Device_Manager_Info& info, std::string ca_file = std::string())
-      : OceanStor_Client(info), ca_file_(std::move(ca_file)) {
-    prepare_connection(restful_client());
+  explicit Test_Client(const oceanstor::Device_Manager_Info& info) : OceanStor_Client(info) {
+    restful_client().retries(0);
+    restful_client().max_reply_bytes(1 << 20);
   }
 
   // The clock the client reads; every reading adds `step` seconds afterwards.
@@ -39,14 +38,6 @@ class Test_Client : public oceanstor::OceanStor_Client {
     return t;
   }
   void sleep_seconds(unsigned seconds) override { sleeps.push_back(seconds); }
-  void prepare_connection(JSON_RESTful_Client& client) override {
-    client.retries(0);
-    client.max_reply_bytes(1 << 20);
-    if (!ca_file_.empty()) client.ca_file(ca_file_.c_str());
-  }
-
- private:
-  std::string ca_file_;
 };
 
 inline oceanstor::Device_Manager_Info manager_info(unsigned short port, const std::string& device_id = "xxxxx",

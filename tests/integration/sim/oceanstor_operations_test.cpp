@@ -61,6 +61,25 @@ TEST_F(OceanStor_Operations, reads_of_luns_and_snapshots) {
   expect_no_secrets(log);
 }
 
+// Ids reach the array as the text they are, in a path or a query: none can add a query
+// parameter, a path step or a fragment.
+TEST_F(OceanStor_Operations, ids_are_percent_encoded_in_paths_and_queries) {
+  const std::string odd = "1&LUNID=2/../x y#";
+  oceanstor::LUN lun;
+  std::vector<oceanstor::LUN> luns;
+  oceanstor::Bitmap_Chunk chunk;
+  EXPECT_FALSE(client->get_lun(odd, lun));
+  client->get_luns(odd, "12", luns);
+  EXPECT_FALSE(client->get_bitmap_chunk(odd, chunk));
+  const auto requests = sim.requests();
+  ASSERT_EQ(4u, requests.size());  // the login, then one each
+  EXPECT_EQ(rest("lun/1%26LUNID%3D2%2F..%2Fx%20y%23"), requests[1].target);
+  EXPECT_EQ(odd, requests[2].param("ASSOCIATEOBJID"));
+  EXPECT_EQ("12", requests[2].param("filter").substr(3));
+  EXPECT_EQ(odd, requests[3].param("LUNID"));
+  EXPECT_EQ(1u, requests[3].params.size());
+}
+
 TEST_F(OceanStor_Operations, only_the_exact_text_true_means_attached) {
   const auto snapshot = [](const char* exposed) {
     const json_spirit::Object data{

@@ -54,7 +54,7 @@ TEST_F(OceanStor_Session, login_then_every_request_carries_cookie_token_and_devi
   ASSERT_TRUE(client->logout());
   EXPECT_FALSE(static_cast<bool>(client->auth()));
   EXPECT_EQ(0u, sim.live_sessions());
-  EXPECT_TRUE(client->logout()) << "nothing to do without a device id";
+  EXPECT_TRUE(client->logout()) << "nothing to do without a session";
   EXPECT_EQ(2u, sim.requests_to(rest("sessions")).size());
   expect_no_secrets(log);
 }
@@ -163,6 +163,72 @@ TEST_F(OceanStor_Session, unsupported_methods_and_slow_requests_are_reported) {
   EXPECT_FALSE(log.has_fragment(LM_INFO, "Slow OceanStor request")) << log.dump();
 }
 
+TEST_F(OceanStor_Session, a_client_without_a_session_sends_nothing_when_it_logs_out_or_goes) {
+  for (const char* password : {au_test::ARRAY_PASSWORD, "Wrong#Pass"}) {
+    sim.clear_requests();
+    const bool logs_in = password != std::string(au_test::ARRAY_PASSWORD);  // and fails
+    {
+      Test_Client idle(au_test::manager_info(sim.port(), sim.device_id(), false, password));
+      if (logs_in) {
+        EXPECT_FALSE(idle.test_login());
+      }
+      EXPECT_TRUE(idle.logout());
+      EXPECT_TRUE(idle.logout());
+    }
+    EXPECT_EQ(logs_in ? 1u : 0u, sim.requests().size()) << password;
+  }
+}
+
+TEST_F(OceanStor_Session, the_request_after_a_logout_or_a_failed_renewal_logs_in_again) {
+  log_in();
+  oceanstor::LUN lun;
+  ASSERT_TRUE(client->logout());
+  EXPECT_EQ(sim.device_id(), client->auth().device_id) << "kept for the URLs";
+  ASSERT_TRUE(client->get_lun("1", lun)) << log.dump();
+  EXPECT_EQ(2u, sim.logins());
+
+  sim.inject("/deviceManager/rest/xxxxx/sessions",
+             Sim_Fault::reply(200, OceanStor_Sim::reply_text(json_spirit::Object(), 1077949063, "busy")));
+  client->clock += 180;
+  EXPECT_FALSE(client->get_lun("1", lun));
+  ASSERT_TRUE(client->get_lun("1", lun)) << log.dump();
+  EXPECT_EQ(3u, sim.logins());
+  EXPECT_EQ(1u, sim.live_sessions());
+
+  // A device id learned at login outlives the session too.
+  Test_Client learner(au_test::manager_info(sim.port(), ""));
+  ASSERT_TRUE(learner.test_login());
+  ASSERT_TRUE(learner.logout());
+  EXPECT_TRUE(learner.get_lun("1", lun)) << log.dump();
+  EXPECT_FALSE(log.has_check("auth_.device_id is empty")) << log.dump();
+}
+
+// An array that refuses connections: each step that gives up says so once, and a client
+// that never had a session goes without a word.
+TEST(OceanStor_Refused, each_step_logs_one_line_and_the_client_goes_quietly) {
+  unsigned short port = 0;
+  {
+    OceanStor_Sim gone;
+    ASSERT_TRUE(gone.start());
+    port = gone.port();
+  }
+  Log_Capture log;
+  {
+    Test_Client client(au_test::manager_info(port, "D1"));
+    std::vector<Block> blocks;
+    unsigned long chunk_size = 0;
+    EXPECT_FALSE(client.get_changed_blocks("1", nullptr, 1UL << 30, blocks, chunk_size));
+  }
+  const auto records = log.records();
+  ASSERT_EQ(3u, records.size()) << log.dump();
+  const std::string http = "HTTP request 'POST http://127.0.0.1:" + std::to_string(port) +
+                           "/deviceManager/rest/xxxxx/sessions' failed: ";
+  EXPECT_EQ(http, records[0].text.substr(0, http.size()));
+  EXPECT_EQ("Failed to login OceanStor.\n", records[1].text);
+  EXPECT_EQ("Failed to get bitmap chunk, lun id: 1.\n", records[2].text);
+  for (const auto& r : records) EXPECT_EQ(LM_ERROR, r.priority) << r.text;
+}
+
 TEST_F(OceanStor_Session, wrong_password_fails_the_login_and_is_never_logged) {
   Test_Client wrong(au_test::manager_info(sim.port(), "", false, "Wrong#Pass"));
   EXPECT_FALSE(wrong.test_login());
@@ -225,7 +291,9 @@ TEST(OceanStor_Login, https_with_the_array_certificate) {
   ASSERT_TRUE(sim.start());
   Log_Capture log;
   {
-    Test_Client client(au_test::manager_info(sim.port(), "", true), cert.cert_file());
+    auto info = au_test::manager_info(sim.port(), "", true);
+    info.ca_file = cert.cert_file();
+    Test_Client client(info);
     oceanstor::LUN lun;
     ASSERT_TRUE(client.test_login());
     ASSERT_TRUE(client.get_lun("7", lun));

@@ -1,9 +1,12 @@
 // Runs of set bits in an array bitmap become chunk extents.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 
+#include "framework/base/hex_string.h"
 #include "tests/support/log_capture.h"
+#include "utils/agent/oceanstor/change_blocks_internal.h"
 #include "utils/agent/oceanstor/oceanstor_client.h"
 
 namespace {
@@ -33,8 +36,23 @@ TEST(OceanStor_Change_Blocks, bits_are_read_least_significant_first_and_runs_mer
   EXPECT_TRUE(extents(Bytes()).empty());
 }
 
+// The same bitmap as hex text cut into pieces at random (as the array's segments cut it),
+// each folded as it comes.
+std::vector<Block> folded_in_pieces(const Bytes& bitmap, std::mt19937& rng, unsigned long* total) {
+  const std::string text = hex_encode(bitmap.data(), bitmap.size(), rng() % 2 ? Hex_Case::UPPER : Hex_Case::LOWER);
+  std::vector<Block> blocks;
+  oceanstor::Change_Block_Folder folder(7, blocks);
+  for (size_t at = 0; at < text.size();) {
+    const size_t digits = std::min(text.size() - at, 2 * size_t(rng() % 12));
+    EXPECT_TRUE(folder.add_hex(text.substr(at, digits)));
+    at += digits;
+  }
+  *total = folder.finish();
+  return blocks;
+}
+
 // The word-at-a-time walk against the plain reading (one test per bit) on random bitmaps of
-// every length around the 8-byte word, with runs that cross words and reach the end.
+// every length around the 8-byte word, with runs that cross words and pieces and reach the end.
 TEST(OceanStor_Change_Blocks, matches_a_bit_by_bit_reading_on_random_bitmaps) {
   std::mt19937 rng(5);
   for (int round = 0; round < 3000; ++round) {
@@ -59,6 +77,8 @@ TEST(OceanStor_Change_Blocks, matches_a_bit_by_bit_reading_on_random_bitmaps) {
     unsigned long got_total = 0;
     ASSERT_EQ(expected, extents(bitmap, 7, &got_total)) << "round " << round;
     ASSERT_EQ(total, got_total);
+    ASSERT_EQ(expected, folded_in_pieces(bitmap, rng, &got_total)) << "round " << round;
+    ASSERT_EQ(total, got_total);
   }
 }
 
@@ -68,6 +88,13 @@ TEST(OceanStor_Change_Blocks, appends_after_existing_entries_and_reports_the_tot
   EXPECT_EQ(5u, oceanstor::parse_change_blocks(Bytes{0x55, 0x80}, 0, blocks));
   EXPECT_EQ((std::vector<Block>{{1, 1}, {0, 1}, {2, 1}, {4, 1}, {6, 1}, {15, 1}}), blocks);
   EXPECT_TRUE(log.has(LM_INFO, "Total trunk blocks: 5.\n")) << log.dump();
+
+  // Text that is no hex is refused whole, and what came before still stands.
+  oceanstor::Change_Block_Folder folder(0, blocks);
+  EXPECT_TRUE(folder.add_hex("0f"));
+  for (const char* bad : {"F", "0G", "zz"}) EXPECT_FALSE(folder.add_hex(bad)) << bad;
+  EXPECT_EQ(4u, folder.finish());
+  EXPECT_EQ((Block{0, 4}), blocks.back());
 }
 
 }  // namespace

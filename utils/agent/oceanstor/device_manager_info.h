@@ -14,6 +14,9 @@ struct Device_Manager_Info {
   std::string host;
   std::string device_id;   // used in URLs until a login returns the array's own id
   Auth_Info auth_info;
+  // PEM file of the array's certificate or of the CA that signed it (arrays mostly carry
+  // certificates no public authority signed); empty: the system's trust store.
+  std::string ca_file;
 };
 
 }  // namespace oceanstor

@@ -14,6 +14,7 @@
 #include "framework/json/extract.h"
 #include "framework/json/writer.h"
 #include "framework/log/check.h"
+#include "utils/agent/http_query_string.h"
 
 namespace oceanstor {
 
@@ -33,6 +34,11 @@ constexpr int TRANSFER_TIMEOUT = 120;
 constexpr int IDLE_TIMEOUT = 120;
 constexpr int RETRIES = 5;
 
+// Seconds of idleness after which the session is renewed before the next request.
+constexpr time_t SESSION_IDLE_LIMIT = 180;
+// Requests taking this many seconds or more are reported.
+constexpr time_t SLOW_REQUEST_SECONDS = 10;
+
 // Bodies as they may appear in log lines: secure strings (the password) masked.
 std::string dump_for_log(const json_spirit::Value& body) {
   return json_spirit::JSON_Redacted_Dump(body).str();
@@ -46,6 +52,7 @@ OceanStor_Client::OceanStor_Client(const Device_Manager_Info& info)
                       CONNECT_TIMEOUT, TRANSFER_TIMEOUT, IDLE_TIMEOUT, RETRIES),
       session_start_(0) {
   restful_client_.streaming(false);
+  if (!manager_info_.ca_file.empty()) restful_client_.ca_file(manager_info_.ca_file.c_str());
   auth_.device_id = manager_info_.device_id;
 }
 
@@ -55,9 +62,20 @@ time_t OceanStor_Client::now() const { return ACE_OS::time(nullptr); }
 
 void OceanStor_Client::sleep_seconds(unsigned seconds) { ACE_OS::sleep(seconds); }
 
-void OceanStor_Client::prepare_connection(JSON_RESTful_Client&) {}
+std::string OceanStor_Client::url_id(const std::string& id) {
+  std::string encoded;
+  http_encode_string_i(id.c_str(), HTTP_ENCODE_SLASH | HTTP_ENCODE_UPPER_HEX, encoded);  // "" stays ""
+  return encoded;
+}
 
-bool OceanStor_Client::login(JSON_RESTful_Client& client) {
+// No session any more; the device id learned at the last login stays for the URLs, so
+// that the next request can log in again.
+void OceanStor_Client::forget_session() {
+  auth_.clear();
+  auth_.device_id = manager_info_.device_id;
+}
+
+bool OceanStor_Client::login() {
   json_spirit::Value body;
   if (!(manager_info_.auth_info >> body)) {
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to dump auth info.\n")));
@@ -66,14 +84,14 @@ bool OceanStor_Client::login(JSON_RESTful_Client& client) {
   HTTP_Request req(HTTP_POST, LOGIN_URI, false);
   HTTP_Response resp;
   json_spirit::Value reply;
-  if (!client.post(req, &body, resp, &reply)) {
+  if (!restful_client_.post(req, &body, resp, &reply)) {
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to login OceanStor.\n")));
     return false;
   }
   // The request body holds the password: it is never handed to print_error.
   if (!no_error(reply)) return print_error("Failed to login OceanStor", req, nullptr, &reply);
 
-  auth_.clear();
+  forget_session();
   const char* cookie = resp.headers().get(SET_COOKIE_HEADER, true);
   const std::string cookie_text = cookie ? cookie : "";
   if (!parse_session(cookie_text, auth_.session)) {
@@ -88,12 +106,14 @@ bool OceanStor_Client::login(JSON_RESTful_Client& client) {
     extractor.extract("/data/iBaseToken", auth_.token, true);
   } catch (const std::exception& e) {
     ACE_ERROR((LM_ERROR, ACE_TEXT("Unexpected exception occurred while parse auth json, %C.\n"), e.what()));
+    forget_session();
     return false;
   }
+  manager_info_.device_id = auth_.device_id;
   return true;
 }
 
-bool OceanStor_Client::test_login() { return login(restful_client_); }
+bool OceanStor_Client::test_login() { return login(); }
 
 void OceanStor_Client::put_auth_headers(HTTP_Request& req) const {
   req.headers().put(COOKIE_HEADER, auth_.session.c_str(), true);
@@ -105,14 +125,8 @@ bool OceanStor_Client::handle_auth(HTTP_Request& req, bool relogin) {
     put_auth_headers(req);
     return true;
   }
-  if (auth_) logout();  // a renewal; a failed logout does not stop the new login
-
-  JSON_RESTful_Client login_client(manager_info_.host.c_str(), static_cast<unsigned short>(manager_info_.port),
-                                   manager_info_.ssl, KEEP_ALIVE, CONNECT_TIMEOUT, TRANSFER_TIMEOUT,
-                                   IDLE_TIMEOUT, RETRIES);
-  login_client.streaming(false);
-  prepare_connection(login_client);
-  if (!login(login_client)) return false;
+  if (auth_) logout();  // a renewal; the new login goes over the same connection
+  if (!login()) return false;
   put_auth_headers(req);
   return true;
 }
@@ -209,15 +223,31 @@ bool OceanStor_Client::print_error(const char* msg, const HTTP_Request& req, con
   return false;
 }
 
+// Sends the DELETE with the session as it is, never renewing it first: logging in only
+// to log out would be a waste, and against an array that does not answer a long one.
+// A failed exchange still ends the session on our side.
 bool OceanStor_Client::logout() {
-  if (auth_.device_id.empty()) return true;
-  const snprintf_t<128> uri(SESSION_URI, auth_.device_id.c_str());
+  if (!auth_) {
+    forget_session();
+    return true;
+  }
+  const snprintf_t<128> uri(SESSION_URI, url_id(auth_.device_id).c_str());
   HTTP_Request req(HTTP_DELETE, uri.c_str(), false);
-  if (!send_request(req, nullptr)) {
-    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to logout from OceanStor.\n")));
+  put_auth_headers(req);
+  session_start_ = now();
+  HTTP_Response resp;
+  send_request_i(req, resp, nullptr, nullptr);
+  forget_session();
+  return true;
+}
+
+bool OceanStor_Client::get_reply(HTTP_Request& req, json_spirit::Value& reply, const std::string& failure_line,
+                                 const char* error_text) {
+  if (!send_request(req, &reply)) {
+    ACE_ERROR((LM_ERROR, ACE_TEXT("%C"), failure_line.c_str()));
     return false;
   }
-  auth_.clear();
+  if (!no_error(reply)) return print_error(error_text, req, nullptr, &reply);
   return true;
 }
 

@@ -6,12 +6,27 @@
 //   oceanstor::Snapshot snap;
 //   if (!array.get_snapshot("64", snap)) return false;   // the client has logged why
 //
-// Every operation returns false on failure after one log line; nothing throws. One
-// object serves one thread at a time.
+// Sessions: the first request logs in; so does the first one after logout() or after a
+// renewal whose login failed. The device id learned at a login stays for the URLs of
+// later requests. A client that holds no session sends nothing when it logs out or
+// goes; logout() and the destructor never log in.
+//
+// Logging: nothing throws; every failure returns false. A failure is logged once by the
+// step that saw it and once more by each operation that gives up because of it, each
+// line naming its own step. A request the array never answers (a refused port, say)
+// during get_changed_blocks logs exactly: the HTTP layer's "HTTP request 'POST <url>'
+// failed: <why>.", then "Failed to login OceanStor.", then "Failed to get bitmap chunk,
+// lun id: <id>.". Bitmap text that is no hex logs the decoder's line, then "Failed to
+// parse bitmap, lun: '<id>'.". Passwords, tokens and session cookies never reach a log.
+//
+// Threads: one object serves one thread at a time (no locks); distinct objects are
+// independent. Ownership: the caller owns the client; it holds its own connection.
 #pragma once
 
 #include <ctime>
+#include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "framework/http/http_request.h"
@@ -30,17 +45,6 @@
 
 namespace oceanstor {
 
-// Array error codes the detach operations tell apart.
-constexpr int ERROR_NOT_IN_LUN_GROUP = 1077948996;  // 0x40403244
-constexpr int ERROR_OBJECT_NOT_EXIST = 1077937880;  // 0x404006D8
-
-// Seconds of idleness after which the session is renewed before the next request.
-constexpr time_t SESSION_IDLE_LIMIT = 180;
-// Requests taking this many seconds or more are reported.
-constexpr time_t SLOW_REQUEST_SECONDS = 10;
-// The largest stretch of a LUN one bitmap request covers.
-constexpr unsigned long BITMAP_SEGMENT_BYTES = 2147483648UL;
-
 class OceanStor_Client {
  public:
   struct OceanStor_Auth {
@@ -56,12 +60,18 @@ class OceanStor_Client {
     }
   };
 
+  // Told after each bitmap segment how many bytes of the LUN are covered; false stops the
+  // bitmap there (a large LUN takes thousands of requests).
+  using Bitmap_Progress = std::function<bool(unsigned long done_bytes, unsigned long total_bytes)>;
+
   explicit OceanStor_Client(const Device_Manager_Info& info);
   virtual ~OceanStor_Client();
   OceanStor_Client(const OceanStor_Client&) = delete;
   OceanStor_Client& operator=(const OceanStor_Client&) = delete;
 
-  // Session.
+  // Session. test_login() logs in on the client's connection. logout() closes the session
+  // when there is one, even an idle one, without renewing it first; a failed exchange
+  // closes it on this side all the same, so the result is always true.
   bool test_login();
   bool logout();
 
@@ -99,7 +109,9 @@ class OceanStor_Client {
   bool get_lun_belong_hosts(const std::string& lun_id, std::vector<Host>& hosts);
   bool get_fc_host_links(const std::string& host_id, std::vector<Host_Link>& links);
 
-  // Changed-block bitmaps; extents count the array's chunks.
+  // Changed-block bitmaps; extents count the array's chunks. get_changed_blocks folds each
+  // segment into extents as it arrives (the whole text is never held) and touches
+  // `blocks` only when every segment was read.
   bool get_bitmap_chunk(const std::string& lun_id, Bitmap_Chunk& chunk);
   bool get_bitmap(const std::string& lun_id, unsigned long size, unsigned int chunk_size, Bitmap& bitmap);
   bool get_bitmap(const std::string& lun_id, const std::string& base_lun_id, unsigned long size,
@@ -107,36 +119,42 @@ class OceanStor_Client {
   bool get_changed_blocks(const std::string& lun_id, const std::string* base_lun_id, unsigned long size,
                           std::vector<Block>& blocks, unsigned long& chunk_size);
 
+  // An empty callable (the default) reports nothing and never stops.
+  void set_bitmap_progress(Bitmap_Progress progress) { bitmap_progress_ = std::move(progress); }
+
+  // The error of the last reply read, and the session (its device id is the one in URLs).
   const Error& last_error() const { return last_error_; }
   const OceanStor_Auth& auth() const { return auth_; }
 
  protected:
-  // Seams for time and connections: a subclass can drive the clock, skip the polling
-  // sleeps, or adjust a connection (CA file, retries) before it is used.
+  // The clock and the polling sleeps, for tests that drive time.
   virtual time_t now() const;
   virtual void sleep_seconds(unsigned seconds);
-  virtual void prepare_connection(JSON_RESTful_Client& client);
-  // Told after each bitmap segment how many bytes of the LUN are covered; a large LUN takes
-  // thousands of requests, so a subclass can show progress, or return false to stop there.
-  virtual bool bitmap_progress(unsigned long done_bytes, unsigned long total_bytes);
   JSON_RESTful_Client& restful_client() { return restful_client_; }
 
  private:
-  bool login(JSON_RESTful_Client& client);
+  // Segment texts of a bitmap are handed over in order; false stops the requests.
+  using Segment_Sink = std::function<bool(std::string& hex_text)>;
+
+  bool login();
+  void forget_session();
+  // An id as it goes into a URL path or query: percent-encoded, "/" included.
+  static std::string url_id(const std::string& id);
   void put_auth_headers(HTTP_Request& req) const;
   bool get_reply(HTTP_Request& req, json_spirit::Value& reply, const std::string& failure_line,
                  const char* error_text);
   bool attach(const json_spirit::Value& body, const char* failure_text);
   bool poll_until_snapshot_unexposed(const std::string& snap_id);
   bool poll_until_lun_unexposed(const std::string& lun_id);
-  bool fetch_bitmap(const std::string& lun_id, const std::string* base_lun_id, unsigned long size,
-                    unsigned int chunk_size, Bitmap& bitmap);
+  bool fetch_segments(const std::string& lun_id, const std::string* base_lun_id, unsigned long size,
+                      unsigned int chunk_size, const Segment_Sink& sink);
 
   Device_Manager_Info manager_info_;
   JSON_RESTful_Client restful_client_;
   time_t session_start_;
   Error last_error_;
   OceanStor_Auth auth_;
+  Bitmap_Progress bitmap_progress_;
 };
 
 // Appends one extent per run of set bits of `bitmap` (bit i is bit i%8 of byte i/8,

@@ -32,6 +32,10 @@ constexpr unsigned DETACH_SLOT_SECONDS = 1;
 constexpr unsigned DETACH_POLLS = 5;
 constexpr unsigned DETACH_CAP_SECONDS = 60;
 
+// Array error codes the detach operations tell apart.
+constexpr int ERROR_NOT_IN_LUN_GROUP = 1077948996;  // 0x40403244
+constexpr int ERROR_OBJECT_NOT_EXIST = 1077937880;  // 0x404006D8
+
 template <class... Args>
 std::string format_line(const char* fmt, Args... args) {
   return snprintf_t<256>(fmt, args...).c_str();
@@ -39,19 +43,10 @@ std::string format_line(const char* fmt, Args... args) {
 
 }  // namespace
 
-bool OceanStor_Client::get_reply(HTTP_Request& req, json_spirit::Value& reply, const std::string& failure_line,
-                                 const char* error_text) {
-  if (!send_request(req, &reply)) {
-    ACE_ERROR((LM_ERROR, ACE_TEXT("%C"), failure_line.c_str()));
-    return false;
-  }
-  if (!no_error(reply)) return print_error(error_text, req, nullptr, &reply);
-  return true;
-}
-
 bool OceanStor_Client::get_snapshot(const std::string& snap_id, Snapshot& snap) {
   if (AU_IS_EMPTY(auth_.device_id) || AU_IS_EMPTY(snap_id)) return false;
-  HTTP_Request req(HTTP_GET, snprintf_t<256>(SNAPSHOT_URI, auth_.device_id.c_str(), snap_id.c_str()), false);
+  HTTP_Request req(HTTP_GET,
+                   snprintf_t<256>(SNAPSHOT_URI, url_id(auth_.device_id).c_str(), url_id(snap_id).c_str()), false);
   json_spirit::Value reply;
   if (!get_reply(req, reply, format_line("Failed to get OceanStor snapshot '%s' info.\n", snap_id.c_str()),
                  "Failed to get OceanStor snapshot"))
@@ -62,8 +57,8 @@ bool OceanStor_Client::get_snapshot(const std::string& snap_id, Snapshot& snap) 
 bool OceanStor_Client::get_snapshot(const std::string& host_id, const std::string& snap_id, Snapshot& snap) {
   if (AU_IS_EMPTY(auth_.device_id) || AU_IS_EMPTY(snap_id)) return false;
   HTTP_Request req(HTTP_GET,
-                   snprintf_t<256>(SNAPSHOT_ASSOCIATE_URI, auth_.device_id.c_str(), HOST_OBJECT_TYPE,
-                                   host_id.c_str(), snap_id.c_str()),
+                   snprintf_t<256>(SNAPSHOT_ASSOCIATE_URI, url_id(auth_.device_id).c_str(), HOST_OBJECT_TYPE,
+                                   url_id(host_id).c_str(), url_id(snap_id).c_str()),
                    true);
   json_spirit::Value reply;
   if (!get_reply(req, reply, format_line("Failed to get OceanStor snapshot '%s' info.\n", snap_id.c_str()),
@@ -80,7 +75,8 @@ bool OceanStor_Client::is_snap_attached(const std::string& snap_id) {
 
 bool OceanStor_Client::get_lun(const std::string& lun_id, LUN& lun) {
   if (AU_IS_EMPTY(auth_.device_id) || AU_IS_EMPTY(lun_id)) return false;
-  HTTP_Request req(HTTP_GET, snprintf_t<256>(LUN_URI, auth_.device_id.c_str(), lun_id.c_str()), false);
+  HTTP_Request req(HTTP_GET, snprintf_t<256>(LUN_URI, url_id(auth_.device_id).c_str(), url_id(lun_id).c_str()),
+                   false);
   json_spirit::Value reply;
   if (!get_reply(req, reply, format_line("Failed to get OceanStor lun '%s' info.\n", lun_id.c_str()),
                  "Failed to get OceanStor lun"))
@@ -92,8 +88,8 @@ bool OceanStor_Client::get_snap_luns(const std::string& host_id, const std::stri
                                      std::vector<LUN>& luns) {
   if (AU_IS_EMPTY(auth_.device_id) || AU_IS_EMPTY(host_id) || AU_IS_EMPTY(snap_id)) return false;
   HTTP_Request req(HTTP_GET,
-                   snprintf_t<256>(SNAPSHOT_ASSOCIATE_URI, auth_.device_id.c_str(), HOST_OBJECT_TYPE,
-                                   host_id.c_str(), snap_id.c_str()),
+                   snprintf_t<256>(SNAPSHOT_ASSOCIATE_URI, url_id(auth_.device_id).c_str(), HOST_OBJECT_TYPE,
+                                   url_id(host_id).c_str(), url_id(snap_id).c_str()),
                    true);
   json_spirit::Value reply;
   if (!get_reply(req, reply, format_line("Failed to get OceanStor snapshop lun '%s' info.\n", snap_id.c_str()),
@@ -105,8 +101,8 @@ bool OceanStor_Client::get_snap_luns(const std::string& host_id, const std::stri
 bool OceanStor_Client::get_luns(const std::string& host_id, const std::string& lun_id, std::vector<LUN>& luns) {
   if (AU_IS_EMPTY(auth_.device_id) || AU_IS_EMPTY(lun_id)) return false;
   HTTP_Request req(HTTP_GET,
-                   snprintf_t<256>(LUN_ASSOCIATE_URI, auth_.device_id.c_str(), HOST_OBJECT_TYPE, host_id.c_str(),
-                                   lun_id.c_str()),
+                   snprintf_t<256>(LUN_ASSOCIATE_URI, url_id(auth_.device_id).c_str(), HOST_OBJECT_TYPE,
+                                   url_id(host_id).c_str(), url_id(lun_id).c_str()),
                    true);
   json_spirit::Value reply;
   if (!get_reply(req, reply, format_line("Failed to get OceanStor lun '%s' info.\n", lun_id.c_str()),
@@ -116,7 +112,7 @@ bool OceanStor_Client::get_luns(const std::string& host_id, const std::string& l
 }
 
 bool OceanStor_Client::attach(const json_spirit::Value& body, const char* failure_text) {
-  HTTP_Request req(HTTP_POST, snprintf_t<128>(LUN_GROUP_ASSOCIATE_URI, auth_.device_id.c_str()), false);
+  HTTP_Request req(HTTP_POST, snprintf_t<128>(LUN_GROUP_ASSOCIATE_URI, url_id(auth_.device_id).c_str()), false);
   json_spirit::Value reply;
   if (!send_request(req, &body, &reply)) {
     ACE_ERROR((LM_ERROR, ACE_TEXT("%C"), failure_text));
@@ -144,7 +140,7 @@ bool OceanStor_Client::detach_snapshot(const std::string& snap_id, const std::st
   if (AU_IS_EMPTY(snap_id) || AU_IS_EMPTY(lun_group_id) || AU_IS_EMPTY(auth_.device_id)) return false;
   json_spirit::Value body;
   if (!(Snapshot_Detach_Request{lun_group_id, snap_id} >> body)) return false;
-  HTTP_Request req(HTTP_DELETE, snprintf_t<128>(LUN_GROUP_ASSOCIATE_URI, auth_.device_id.c_str()), false);
+  HTTP_Request req(HTTP_DELETE, snprintf_t<128>(LUN_GROUP_ASSOCIATE_URI, url_id(auth_.device_id).c_str()), false);
   json_spirit::Value reply;
   if (!send_request(req, &body, &reply)) {
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to detach OceanStor snapshot from lun group, req body: %C\n"),
@@ -161,7 +157,7 @@ bool OceanStor_Client::detach_lun(const std::string& lun_id, const std::string& 
   if (AU_IS_EMPTY(lun_id) || AU_IS_EMPTY(lun_group_id) || AU_IS_EMPTY(auth_.device_id)) return false;
   json_spirit::Value body;
   if (!(LUN_Detach_Request{lun_group_id, lun_id} >> body)) return false;
-  HTTP_Request req(HTTP_DELETE, snprintf_t<128>(LUN_GROUP_ASSOCIATE_URI, auth_.device_id.c_str()), false);
+  HTTP_Request req(HTTP_DELETE, snprintf_t<128>(LUN_GROUP_ASSOCIATE_URI, url_id(auth_.device_id).c_str()), false);
   json_spirit::Value reply;
   if (!send_request(req, &body, &reply)) {
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to detach OceanStor lun from lun group")));
@@ -199,7 +195,8 @@ bool OceanStor_Client::poll_until_lun_unexposed(const std::string& lun_id) {
 
 bool OceanStor_Client::get_snapshot_belong_hosts(const std::string& snap_id, std::vector<Host>& hosts) {
   if (AU_IS_EMPTY(auth_.device_id) || AU_IS_EMPTY(snap_id)) return false;
-  HTTP_Request req(HTTP_GET, snprintf_t<256>(HOST_ASSOCIATE_URI, auth_.device_id.c_str(), "27", snap_id.c_str()),
+  HTTP_Request req(HTTP_GET,
+                   snprintf_t<256>(HOST_ASSOCIATE_URI, url_id(auth_.device_id).c_str(), "27", url_id(snap_id).c_str()),
                    true);
   json_spirit::Value reply;
   if (!get_reply(req, reply, format_line("Failed to get snapshot '%s' belong hosts.\n", snap_id.c_str()),
@@ -210,7 +207,8 @@ bool OceanStor_Client::get_snapshot_belong_hosts(const std::string& snap_id, std
 
 bool OceanStor_Client::get_lun_belong_hosts(const std::string& lun_id, std::vector<Host>& hosts) {
   if (AU_IS_EMPTY(auth_.device_id) || AU_IS_EMPTY(lun_id)) return false;
-  HTTP_Request req(HTTP_GET, snprintf_t<256>(HOST_ASSOCIATE_URI, auth_.device_id.c_str(), "11", lun_id.c_str()),
+  HTTP_Request req(HTTP_GET,
+                   snprintf_t<256>(HOST_ASSOCIATE_URI, url_id(auth_.device_id).c_str(), "11", url_id(lun_id).c_str()),
                    true);
   json_spirit::Value reply;
   if (!get_reply(req, reply, format_line("Failed to get lun '%s' belong hosts.\n", lun_id.c_str()),
@@ -222,7 +220,9 @@ bool OceanStor_Client::get_lun_belong_hosts(const std::string& lun_id, std::vect
 bool OceanStor_Client::get_fc_host_links(const std::string& host_id, std::vector<Host_Link>& links) {
   if (AU_IS_EMPTY(auth_.device_id) || AU_IS_EMPTY(host_id)) return false;
   HTTP_Request req(HTTP_GET,
-                   snprintf_t<256>(HOST_LINK_URI, auth_.device_id.c_str(), FC_INITIATOR_TYPE, host_id.c_str()), true);
+                   snprintf_t<256>(HOST_LINK_URI, url_id(auth_.device_id).c_str(), FC_INITIATOR_TYPE,
+                                   url_id(host_id).c_str()),
+                   true);
   json_spirit::Value reply;
   if (!get_reply(req, reply, format_line("Failed to get fc host links, host: '%s'.\n", host_id.c_str()),
                  "Failed to get fc host links"))
