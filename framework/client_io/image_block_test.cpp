@@ -1,113 +1,27 @@
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <fstream>
 #include <functional>
-#include <random>
 
 #include "framework/base/temp_dir_test.h"
-#include "framework/client_io/client_io_ex.h"
-#include "framework/client_io/image_block_reader.h"
-#include "framework/client_io/image_block_writer.h"
+#include "framework/client_io/piece_fixture_test.h"
 #include "tests/support/log_capture.h"
 
 namespace {
 
-constexpr uint64_t MiB = 1 << 20;
-const char* const KEY = "8f1e2d3c4b5a69788796a5b4c3d2e1f000112233445566778899aabbccddeeff";
-const char* const IV = "a1b2c3d4e5f60718293a4b5c";
-
-std::string random_bytes(size_t n, unsigned seed) {
-  std::mt19937_64 g(seed);
-  std::string s(n, '\0');
-  for (size_t i = 0; i + 8 <= n; i += 8) {
-    const uint64_t v = g();
-    std::memcpy(&s[i], &v, 8);
-  }
-  return s;
-}
-
-std::string text_bytes(size_t n) {
-  std::string s;
-  for (int i = 0; s.size() < n; ++i) s += "block " + std::to_string(i % 977) + " of a compressible log line\n";
-  s.resize(n);
-  return s;
-}
-
-struct Extent {
-  uint64_t offset;
-  std::string data;  // empty: an explicit zero extent of `zeros` bytes
-  uint64_t zeros = 0;
-};
-
-// Random, text, zeros inside data, an odd unaligned extent, explicit zeros, and one
-// mixed extent longer than a record; gaps between them stay unwritten.
-std::vector<Extent> image_extents() {
-  std::string mixed = text_bytes(2 * MiB) + random_bytes(2 * MiB + 4096, 7);
-  return {{0, random_bytes(3 * MiB, 1)},
-          {4 * MiB, text_bytes(MiB / 2)},
-          {5 * MiB, std::string(MiB, '\0')},
-          {6 * MiB + 100, random_bytes(5000, 3)},
-          {7 * MiB, "", MiB},
-          {8 * MiB, mixed}};
-}
-constexpr uint64_t IMAGE_SIZE = 13 * MiB;
-
-Client_IO_Base::Options options_for(Compression_Method m, bool sealed) {
-  Client_IO_Base::Options o;
-  o.compression_method = m;
-  if (sealed) {
-    o.cipher = ENCR_AES_256_GCM;
-    o.key = KEY;
-    o.iv = IV;
-  }
-  return o;
-}
+using namespace piece_test;
 
 class Piece_Test : public ::testing::Test {
  protected:
   std::string url() const { return "file://" + dir.path(); }
-
   bool write_piece(const std::string& name, const Client_IO_Base::Options& o,
                    const std::vector<Extent>& extents, uint64_t image_size) {
-    Client_IO_Ex io;
-    if (!io.connect(url(), o) || !io.open(name, Client_IO_Base::OPEN_WRITE, 0, 0)) return false;
-    Image_Block_Writer w(io);
-    bool ok = w.begin(image_size, 64 << 10);
-    for (const Extent& e : extents) {
-      ok = ok && (e.data.empty() ? w.append_zeros(e.offset, e.zeros)
-                                 : w.append(e.offset, e.data.data(), e.data.size()));
-    }
-    return ok && w.finish() && io.close();
+    return piece_test::write_piece(url(), o, name, extents, image_size);
   }
-
-  // Restores into a buffer that starts as 0xEE everywhere, checking every block's shape.
   bool read_piece(const std::string& name, const Client_IO_Base::Options& o, size_t block_size,
                   std::string& image, size_t& calls) {
-    Client_IO_Ex io;
-    if (!io.connect(url(), o) || !io.open(name, Client_IO_Base::OPEN_READ, 0, 0)) return false;
-    const size_t bs = block_size ? block_size : 64 << 10;
-    image.assign(IMAGE_SIZE, '\xEE');
-    calls = 0;
-    return Image_Block_Reader::read_blocks_align(&io, [&](const void* data, size_t len, off_t off) {
-      ++calls;
-      EXPECT_EQ(off / bs, (off + len - 1) / bs) << off << "+" << len;
-      EXPECT_LE(off + len, image.size());
-      if (data == nullptr || off + len > image.size()) return false;
-      std::memcpy(&image[off], data, len);
-      return true;
-    }, block_size);
+    return piece_test::read_piece(url(), o, name, block_size, image, calls);
   }
-
-  static std::string expected_image(const std::vector<Extent>& extents) {
-    std::string image(IMAGE_SIZE, '\xEE');
-    for (const Extent& e : extents) {
-      if (e.data.empty()) image.replace(e.offset, e.zeros, e.zeros, '\0');
-      else image.replace(e.offset, e.data.size(), e.data);
-    }
-    return image;
-  }
-
   std::string file_bytes(const std::string& name) {
     std::ifstream f(dir / name, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(f), {});

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "framework/client_io/dir_pool_store.h"
+#include "framework/client_io/s3_pool_store.h"
 
 bool valid_piece_name(const std::string& name, std::string& why) {
   if (name.empty() || name.size() > 1024) {
@@ -30,9 +31,12 @@ bool valid_piece_name(const std::string& name, std::string& why) {
 }
 
 std::unique_ptr<Pool_Store> make_pool_store(const std::string& url,
-                                            const Client_IO_Base::Options& /*options*/,
+                                            const Client_IO_Base::Options& options,
                                             std::string& error) {
   if (url.rfind("file://", 0) == 0) return Dir_Pool_Store::connect(url.substr(7), error);
+  if (url.rfind("s3://", 0) == 0 || url.rfind("s3s://", 0) == 0) {
+    return S3_Pool_Store::connect(url, options, error);
+  }
   // Only the scheme is echoed: a URL may carry credentials.
   const size_t colon = url.find(':');
   error = "unsupported pool URL scheme '" + url.substr(0, std::min<size_t>(colon, 16)) +

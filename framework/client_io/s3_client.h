@@ -1,0 +1,97 @@
+// Signed S3 requests over libcurl (its own AWS SigV4 signing), for S3 pools.
+//
+// Requests go path-style to http(s)://host:port/bucket/key. Each one is retried with
+// doubling delays on transport errors and 5xx answers only; any other answer is final.
+// Error texts name the method, the object and the server's error code, never a key.
+// One client is one libcurl handle with its kept-alive connection: one thread at a time.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "framework/client_io/client_io_options.h"
+
+typedef void CURL;
+
+struct S3_Endpoint {
+  bool tls = false;
+  std::string host;  // an IPv6 address in brackets
+  uint16_t port = 0;
+  std::string bucket;
+  std::string prefix;  // object keys of the pool start with it ("" or ending in '/')
+  std::string region = "us-east-1";
+  std::string access_key;
+  std::string secret_key;
+  std::string ca_file;  // "" for the system's
+  uint32_t connect_timeout_ms = 10000;
+  uint32_t io_timeout_ms = 60000;
+  uint32_t retry_count = 3;
+  uint32_t retry_backoff_ms = 200;
+};
+
+// "s3://host:port/bucket[/prefix]" or "s3s://..." with the options' keys, time-outs,
+// retries and extra options "s3_region" and "s3_ca_file".
+bool make_s3_endpoint(const std::string& url, const Client_IO_Base::Options& options,
+                      S3_Endpoint& out, std::string& error);
+
+class S3_Client {
+ public:
+  struct Reply {
+    long status = 0;
+    std::string body;  // error documents and listings
+    std::string etag;
+    int64_t content_length = -1;
+  };
+
+  explicit S3_Client(const S3_Endpoint& endpoint);
+  ~S3_Client();
+  S3_Client(const S3_Client&) = delete;
+  S3_Client& operator=(const S3_Client&) = delete;
+
+  struct Request {
+    const char* method = "GET";
+    std::string key;    // "" for the bucket itself
+    std::string query;  // encoded, names in sorted order ("partNumber=1&uploadId=x")
+    std::string range;  // "bytes=a-b" or ""
+    const char* upload = nullptr;  // the body, if any
+    size_t upload_len = 0;
+    char* into = nullptr;  // where the reply body goes instead of Reply::body
+    size_t into_len = 0;
+  };
+
+  // One signed request with its retries. True for a 2xx answer without an S3 error
+  // document in it.
+  bool request(const Request& rq, Reply& reply, std::string& error);
+
+  // The object's size, or -1 with `error` ("no such piece" for a 404).
+  int64_t head(const std::string& key, std::string& error);
+  // Bytes of [offset, offset + len) into buf; fewer only at the end of the object.
+  ssize_t get_range(const std::string& key, uint64_t offset, void* buf, size_t len,
+                    int64_t object_size, std::string& error);
+  bool put(const std::string& key, const char* data, size_t len, std::string& error);
+  bool create_upload(const std::string& key, std::string& upload_id, std::string& error);
+  bool upload_part(const std::string& key, const std::string& upload_id, unsigned part,
+                   const char* data, size_t len, std::string& etag, std::string& error);
+  bool complete_upload(const std::string& key, const std::string& upload_id,
+                       const std::vector<std::string>& etags, std::string& error);
+  bool abort_upload(const std::string& key, const std::string& upload_id, std::string& error);
+  // Keys under the pool's prefix + `prefix`, with the pool's prefix taken off.
+  bool list(const std::string& prefix, std::vector<std::string>& names, std::string& error);
+  bool create_bucket(std::string& error);
+
+  const S3_Endpoint& endpoint() const { return endpoint_; }
+
+ private:
+  bool attempt(const Request& rq, Reply& reply, std::string& error, bool& retryable);
+  std::string url_for(const std::string& key, const std::string& query) const;
+
+  S3_Endpoint endpoint_;
+  CURL* curl_ = nullptr;
+};
+
+// Text between <tag> and </tag> from `from` on, XML entities decoded; `from` moves past
+// it. False when there is none.
+bool xml_next(const std::string& doc, const char* tag, size_t& from, std::string& out);

@@ -1,0 +1,146 @@
+#include "framework/client_io/s3_pool_store.h"
+
+#include <deque>
+#include <future>
+
+namespace {
+
+constexpr size_t PARTS_IN_FLIGHT = 4;
+
+class S3_Reader : public Pool_Object_Reader {
+ public:
+  S3_Reader(const S3_Endpoint& endpoint, std::string key, int64_t size)
+      : client_(endpoint), key_(std::move(key)), size_(size) {}
+  int64_t size() const override { return size_; }
+  ssize_t pread(void* buf, size_t len, uint64_t offset, std::string& error) override {
+    return client_.get_range(key_, offset, buf, len, size_, error);
+  }
+
+ private:
+  S3_Client client_;
+  std::string key_;
+  int64_t size_;
+};
+
+class S3_Writer : public Pool_Object_Writer {
+ public:
+  S3_Writer(const S3_Endpoint& endpoint, std::string key, uint64_t part_size)
+      : endpoint_(endpoint), client_(endpoint), key_(std::move(key)), part_size_(part_size) {
+    part_.reserve(part_size_);
+  }
+
+  ~S3_Writer() override {
+    if (done_ || upload_id_.empty()) return;
+    for (auto& f : in_flight_) f.wait();
+    std::string ignored;  // best effort: the caller already has its failure
+    client_.abort_upload(key_, upload_id_, ignored);
+  }
+
+  bool write(const void* buf, size_t len, std::string& error) override {
+    const char* p = static_cast<const char*>(buf);
+    while (len > 0) {
+      const size_t n = std::min<size_t>(len, part_size_ - part_.size());
+      part_.append(p, n);
+      p += n;
+      len -= n;
+      // A full part goes out only once more bytes follow: the last part may be small.
+      if (len > 0 && part_.size() == part_size_ && !send_part(error)) return false;
+    }
+    return true;
+  }
+
+  bool commit(std::string& error) override {
+    if (upload_id_.empty()) {
+      if (!client_.put(key_, part_.data(), part_.size(), error)) return false;
+      return done_ = true;
+    }
+    if (!send_part(error) || !drain(0, error)) return false;
+    if (!client_.complete_upload(key_, upload_id_, etags_, error)) return false;
+    return done_ = true;
+  }
+
+ private:
+  using Part_Result = std::pair<std::string, std::string>;  // etag, error
+
+  bool send_part(std::string& error) {
+    if (upload_id_.empty() && !client_.create_upload(key_, upload_id_, error)) return false;
+    if (!drain(PARTS_IN_FLIGHT - 1, error)) return false;
+    const unsigned number = ++parts_;
+    auto data = std::make_shared<std::string>(std::move(part_));
+    part_ = std::string();
+    part_.reserve(part_size_);
+    in_flight_.push_back(std::async(std::launch::async, [this, number, data] {
+      S3_Client client(endpoint_);
+      Part_Result r;
+      client.upload_part(key_, upload_id_, number, data->data(), data->size(), r.first, r.second);
+      return r;
+    }));
+    return true;
+  }
+
+  // Waits until at most `keep` parts are in flight; the first failure is the answer.
+  bool drain(size_t keep, std::string& error) {
+    while (in_flight_.size() > keep) {
+      const Part_Result r = in_flight_.front().get();
+      in_flight_.pop_front();
+      if (r.first.empty()) {
+        error = r.second;
+        return false;
+      }
+      etags_.push_back(r.first);
+    }
+    return true;
+  }
+
+  S3_Endpoint endpoint_;
+  S3_Client client_;
+  std::string key_;
+  uint64_t part_size_;
+  std::string part_;
+  std::string upload_id_;
+  unsigned parts_ = 0;
+  std::deque<std::future<Part_Result>> in_flight_;
+  std::vector<std::string> etags_;
+  bool done_ = false;
+};
+
+}  // namespace
+
+S3_Pool_Store::S3_Pool_Store(const S3_Endpoint& endpoint, uint64_t part_size)
+    : endpoint_(endpoint), part_size_(part_size), client_(endpoint) {}
+
+std::unique_ptr<Pool_Store> S3_Pool_Store::connect(const std::string& url,
+                                                   const Client_IO_Base::Options& options,
+                                                   std::string& error) {
+  S3_Endpoint endpoint;
+  if (!make_s3_endpoint(url, options, endpoint, error)) return nullptr;
+  const uint64_t part = std::max(options.resume_buffer_size, MIN_RESUME_BUFFER_SIZE);
+  std::unique_ptr<S3_Pool_Store> store(new S3_Pool_Store(endpoint, part));
+  S3_Client::Request rq;
+  rq.method = "HEAD";
+  S3_Client::Reply reply;
+  if (!store->client_.request(rq, reply, error)) {
+    if (reply.status == 404) error = "bucket '" + endpoint.bucket + "' does not exist";
+    return nullptr;
+  }
+  return store;
+}
+
+std::unique_ptr<Pool_Object_Reader> S3_Pool_Store::open_read(const std::string& name,
+                                                             std::string& error) {
+  if (!valid_piece_name(name, error)) return nullptr;
+  const int64_t size = client_.head(name, error);
+  if (size < 0) return nullptr;
+  return std::unique_ptr<Pool_Object_Reader>(new S3_Reader(endpoint_, name, size));
+}
+
+std::unique_ptr<Pool_Object_Writer> S3_Pool_Store::open_write(const std::string& name,
+                                                              std::string& error) {
+  if (!valid_piece_name(name, error)) return nullptr;
+  return std::unique_ptr<Pool_Object_Writer>(new S3_Writer(endpoint_, name, part_size_));
+}
+
+bool S3_Pool_Store::list(const std::string& prefix, std::vector<std::string>& names,
+                         std::string& error) {
+  return client_.list(prefix, names, error);
+}
