@@ -1,9 +1,9 @@
-// How every `agentutil ceph` command reaches a cluster: --conf and/or --config, --id.
+// How every `agentutil ceph` command reaches a cluster: --conf and/or --config, --id,
+// given on the family (`agentutil ceph --conf c.conf pools`) or after the command.
 #pragma once
 
 #include <CLI/CLI.hpp>
 
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -18,9 +18,10 @@ struct Ceph_Connection_Args {
   std::string id = "admin";
 };
 
-void add_ceph_connection_options(CLI::App* cmd, Ceph_Connection_Args& args);
+void add_ceph_connection_options(CLI::App* family, Ceph_Connection_Args& args);
 
-// A connected client, or null after printing the one failure line.
+// A connected client, or null after printing the one failure line. Without --conf and
+// --config, librados looks in its default places (CEPH_CONF, /etc/ceph/ceph.conf, ...).
 std::unique_ptr<ceph::Ceph_Client> connect_ceph(const Ceph_Connection_Args& args);
 
 }  // namespace cli

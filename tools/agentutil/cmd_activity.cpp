@@ -4,8 +4,8 @@
 #include <iostream>
 #include <map>
 
-#include "framework/json/writer.h"
 #include "tools/agentutil/cli_common.h"
+#include "tools/agentutil/output.h"
 #include "utils/agent/agent_job_activity_handle.h"
 
 namespace {
@@ -62,20 +62,22 @@ int show_record(const Activity_Args& a) {
     return cli::fail("cannot open activity record '" + a.name + "'");
   const Job_Activity& r = *h.get();
   if (cli::options().json) {
-    json_spirit::Object out{{"file", h.filename()},          {"state", state_name(r.state)},
-                            {"progress", r.progress},        {"size", r.size},
-                            {"processed_size", r.processed_size}, {"speed", r.speed},
-                            {"code", r.code}};
-    std::cout << json_spirit::write(out, true) << "\n";
+    cli::print_json(json_spirit::Object{{"file", h.filename()},
+                                        {"state", state_name(r.state)},
+                                        {"progress", r.progress},
+                                        {"size", r.size},
+                                        {"processed_size", r.processed_size},
+                                        {"speed", r.speed},
+                                        {"code", r.code}});
     return 0;
   }
-  std::cout << "file       " << h.filename() << "\n"
-            << "state      " << state_name(r.state) << "\n"
-            << "progress   " << r.progress << "\n"
-            << "size       " << r.size << " bytes\n"
-            << "processed  " << r.processed_size << " bytes\n"
-            << "speed      " << r.speed << " bytes/s\n"
-            << "code       " << r.code << "\n";
+  cli::print_fields({{"file", h.filename()},
+                     {"state", state_name(r.state)},
+                     {"progress", std::to_string(r.progress) + "%"},
+                     {"size", cli::size_text(r.size)},
+                     {"processed", cli::size_text(r.processed_size)},
+                     {"speed", cli::size_text(r.speed) + "/s"},
+                     {"code", std::to_string(r.code)}});
   return 0;
 }
 
@@ -91,7 +93,7 @@ void add_activity_commands(CLI::App& app) {
   std::vector<std::string> states;
   for (const auto& kv : state_names()) states.push_back(kv.first);
   update->add_option("--state", args.state, "Job state")->check(CLI::IsMember(states));
-  update->add_option("--progress", args.progress, "Progress value")->check(CLI::Range(0, 100));
+  update->add_option("--progress", args.progress, "Progress in percent")->check(CLI::Range(0, 100));
   update->add_option("--size", args.size, "Total bytes of the job");
   update->add_option("--processed", args.processed, "Bytes processed so far");
   update->add_option("--speed", args.speed, "Current rate in bytes per second");

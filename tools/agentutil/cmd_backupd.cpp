@@ -1,11 +1,11 @@
 // agentutil backupd: what an agent asks of the backup server, from a shell.
 //
-//   agentutil backupd forward --channel c1 --access-key-file key.txt check '{"action":"x"}'
-//   agentutil backupd catalogs /d2/r/catalogs/job-7 --first --server 10.0.0.2:50305
+//   agentutil backupd --access-key-file key.txt forward --channel c1 check '{"action":"x"}'
+//   agentutil backupd --server 10.0.0.2:50305 catalogs /d2/r/catalogs/job-7 --first
 //
-// The access key is read from a file (first line), never taken on the command line,
-// and handed to the framework's process-wide setting, which keeps it out of every log.
-#include <fstream>
+// The access key is read from a file (first line) or asked on the terminal, never taken
+// on the command line, and handed to the framework's process-wide setting, which keeps
+// it out of every log.
 #include <iostream>
 #include <map>
 
@@ -15,6 +15,9 @@
 #include "framework/json/writer.h"
 #include "framework/jsonrpc/json_rpc_http_session.h"
 #include "tools/agentutil/cli_common.h"
+#include "tools/agentutil/output.h"
+#include "tools/agentutil/secret_input.h"
+#include "tools/agentutil/server_options.h"
 #include "utils/agent/catalog_helpers.h"
 #include "utils/agent/json_rpc_channel_forward.h"
 
@@ -29,9 +32,9 @@ const int CATALOG_RETRY_TIMEOUT_SECONDS = 10;
 const unsigned FORWARD_RETRY_INTERVAL_MS = 200;
 
 struct Backupd_Args {
-  std::string server = "127.0.0.1:" + std::to_string(HTTP_Options::DEFAULT_BACKUPD_PORT);
-  bool ssl = false;
+  cli::Server_Args server;
   std::string access_key_file;
+  bool ask_access_key = false;
   std::string channel;
   std::string method;
   std::string params_json;
@@ -49,51 +52,19 @@ const std::map<std::string, json_spirit::Value_type>& result_types() {
   return types;
 }
 
-void add_server_options(CLI::App* cmd, Backupd_Args& a) {
-  cmd->add_option("--server", a.server, "Backup server as HOST:PORT")->capture_default_str();
-  cmd->add_flag("--ssl", a.ssl, "Speak HTTPS to the backup server");
-  cmd->add_option("--access-key-file", a.access_key_file,
-                  "File whose first line is this host's access key");
-}
-
-// "host:port", "[v6-address]:port"; false on anything else.
-bool parse_server(const std::string& text, HTTP_Server_Address& out) {
-  const auto colon = text.rfind(':');
-  if (colon == std::string::npos || colon == 0 || colon + 1 == text.size()) return false;
-  std::string host = text.substr(0, colon);
-  if (host.front() == '[' && host.back() == ']') host = host.substr(1, host.size() - 2);
-  const std::string port = text.substr(colon + 1);
-  if (host.empty() || port.size() > 5 || port.find_first_not_of("0123456789") != std::string::npos)
-    return false;
-  const unsigned long number = std::stoul(port);
-  if (number == 0 || number > 65535) return false;
-  out.host = host;
-  out.port = static_cast<unsigned short>(number);
-  return true;
-}
-
 // Aims the framework's process-wide backup server settings where the user said.
 // Prints the failure line and returns false when the address or the key is unusable.
-bool configure_server(const Backupd_Args& a) {
-  HTTP_Server_Address address;
-  if (!parse_server(a.server, address)) {
-    cli::fail("bad --server '" + a.server + "': expected HOST:PORT");
-    return false;
+bool configure_server(Backupd_Args& a) {
+  if (!cli::parse_server(a.server)) return false;
+  HTTP_Options::instance()->backupd(HTTP_Server_Address{a.server.host, a.server.port, a.server.ssl});
+  if (!a.server.ca_file.empty()) {
+    HTTP_Connection_Settings settings = HTTP_Options::instance()->defaults();
+    settings.ca_file = a.server.ca_file;
+    HTTP_Options::instance()->defaults(settings);
   }
-  address.ssl = a.ssl;
-  HTTP_Options::instance()->backupd(address);
-  if (a.access_key_file.empty()) return true;
-  std::ifstream in(a.access_key_file);
+  if (a.access_key_file.empty() && !a.ask_access_key) return true;
   std::string key;
-  if (!in || !std::getline(in, key)) {
-    cli::fail("cannot read the access key file '" + a.access_key_file + "'");
-    return false;
-  }
-  if (!key.empty() && key.back() == '\r') key.pop_back();
-  if (key.empty()) {
-    cli::fail("the access key file '" + a.access_key_file + "' starts with an empty line");
-    return false;
-  }
+  if (!cli::read_secret(a.access_key_file, "access key", key)) return false;
   Host_Manager::instance()->access_key(key);
   return true;
 }
@@ -105,9 +76,7 @@ std::string single_line(std::string text) {
   return text;
 }
 
-void print_json(const Value& v) { std::cout << json_spirit::write(v, true) << "\n"; }
-
-int forward(const Backupd_Args& a) {
+int forward(Backupd_Args& a) {
   Value params;  // no PARAMS_JSON: null, sent as it is
   std::string error;
   if (!a.params_json.empty() && !json_spirit::read(a.params_json, params, error))
@@ -121,41 +90,43 @@ int forward(const Backupd_Args& a) {
   if (!json_rpc_forward(info, a.method, params, &result, result_types().at(a.expect)))
     return cli::fail("forwarding '" + a.method + "' through channel '" + a.channel + "' failed");
   if (cli::options().json)
-    print_json(json_spirit::Object{{"channel", a.channel}, {"method", a.method}, {"result", result}});
+    cli::print_json(json_spirit::Object{{"channel", a.channel}, {"method", a.method}, {"result", result}});
   else
-    print_json(result);
+    cli::print_json(result);
   return 0;
 }
 
-// A listing's rows one per line, so that grep and wc work on them; anything else whole.
-void print_catalogs(const Value& listing) {
+// A listing's rows one per line under a count, so that grep works on them; anything
+// else whole.
+void print_catalogs(const std::string& uri, const Value& listing) {
   if (listing.type() == json_spirit::obj_type) {
     const auto& obj = listing.get_obj();
     const auto rows = obj.find("rows");
     if (rows != obj.end() && rows->second.type() == json_spirit::array_type) {
-      for (const auto& row : rows->second.get_array()) std::cout << json_spirit::write(row) << "\n";
-      std::cout << rows->second.get_array().size() << " catalog(s)\n";
+      const auto& list = rows->second.get_array();
+      std::cout << cli::count_of(list.size(), "catalog") << " at " << uri << (list.empty() ? "\n" : ":\n");
+      for (const auto& row : list) std::cout << json_spirit::write(row) << "\n";
       return;
     }
   }
-  print_json(listing);
+  cli::print_json(listing);
 }
 
-int catalogs(const Backupd_Args& a) {
+int catalogs(Backupd_Args& a) {
   if (!configure_server(a)) return 1;
   Value out;
   if (a.first) {
     if (!read_first_catalog(a.uri.c_str(), out, CATALOG_RETRIES, CATALOG_RETRY_TIMEOUT_SECONDS))
       return cli::fail("cannot read the first catalog at '" + a.uri + "'");
-    print_json(out);
+    cli::print_json(out);
     return 0;
   }
   if (!read_catalogs(a.uri.c_str(), out, CATALOG_RETRIES, CATALOG_RETRY_TIMEOUT_SECONDS))
     return cli::fail("cannot read the catalogs at '" + a.uri + "'");
   if (cli::options().json)
-    print_json(out);
+    cli::print_json(out);
   else
-    print_catalogs(out);
+    print_catalogs(a.uri, out);
   return 0;
 }
 
@@ -165,9 +136,12 @@ void add_backupd_commands(CLI::App& app) {
   static Backupd_Args args;
   CLI::App* backupd = app.add_subcommand("backupd", "Calls to the backup server");
   backupd->require_subcommand(1);
+  cli::add_server_options(backupd, args.server, "Backup server",
+                          "127.0.0.1:" + std::to_string(HTTP_Options::DEFAULT_BACKUPD_PORT));
+  backupd->add_option("--access-key-file", args.access_key_file, "File whose first line is this host's access key");
+  backupd->add_flag("--ask-access-key", args.ask_access_key, "Ask for the access key on the terminal");
 
   CLI::App* fwd = backupd->add_subcommand("forward", "Forward a JSON-RPC call to an agent's channel");
-  add_server_options(fwd, args);
   fwd->add_option("--channel", args.channel, "The target agent's channel id")->required();
   fwd->add_option("method", args.method, "JSON-RPC method")->required();
   fwd->add_option("params", args.params_json, "Params as JSON text (default: null)");
@@ -179,7 +153,6 @@ void add_backupd_commands(CLI::App& app) {
   cli::set_command(fwd, [] { return forward(args); });
 
   CLI::App* cat = backupd->add_subcommand("catalogs", "Read the catalogs at a server path");
-  add_server_options(cat, args);
   cat->add_option("uri", args.uri, "Catalog path on the server, e.g. /d2/r/catalogs/job-7")->required();
   cat->add_flag("--first", args.first, "Only the first row of the listing");
   cli::set_command(cat, [] { return catalogs(args); });

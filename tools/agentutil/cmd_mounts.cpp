@@ -1,13 +1,12 @@
 // agentutil mounts: the client-I/O file systems on this host, as the mount table and
 // the clntiofs_i processes see them. A mount without its process, or a process whose
 // mount went away, is what an operator is usually looking for, so both show.
-#include <iomanip>
 #include <iostream>
 #include <set>
 #include <vector>
 
-#include "framework/json/writer.h"
 #include "tools/agentutil/cli_common.h"
+#include "tools/agentutil/output.h"
 #include "utils/agent/tencent/tencent_utils.h"
 
 namespace {
@@ -57,20 +56,12 @@ void print_table(const std::vector<Mount_Row>& rows) {
     std::cout << "no client-I/O mounts\n";
     return;
   }
-  std::size_t dir_width = 9, url_width = 3;
-  for (const auto& r : rows) {
-    dir_width = std::max(dir_width, r.mount_dir.size());
-    url_width = std::max(url_width, r.url.size());
-  }
-  std::cout << std::left << std::setw(dir_width + 2) << "MOUNT DIR" << std::setw(url_width + 2) << "URL"
-            << std::setw(8) << "PID" << "STATE\n";
-  for (const auto& r : rows)
-    std::cout << std::setw(dir_width + 2) << r.mount_dir << std::setw(url_width + 2)
-              << (r.url.empty() ? "-" : r.url) << std::setw(8) << (r.pid == 0 ? "-" : std::to_string(r.pid))
-              << r.state() << "\n";
+  cli::Table table({"MOUNT DIR", "URL", "PID", "STATE"});
+  for (const auto& r : rows) table.add({r.mount_dir, r.url, r.pid == 0 ? "" : std::to_string(r.pid), r.state()});
+  table.print(std::cout);
 }
 
-void print_json(const std::vector<Mount_Row>& rows) {
+json_spirit::Value to_json(const std::vector<Mount_Row>& rows) {
   json_spirit::Array out;
   for (const auto& r : rows)
     out.emplace_back(json_spirit::Object{
@@ -78,14 +69,14 @@ void print_json(const std::vector<Mount_Row>& rows) {
         {"url", r.url.empty() ? json_spirit::Value() : json_spirit::Value(r.url)},
         {"pid", r.pid == 0 ? json_spirit::Value() : json_spirit::Value(r.pid)},
         {"mounted", r.mounted}});
-  std::cout << json_spirit::write(json_spirit::Object{{"mounts", out}}, true) << "\n";
+  return json_spirit::Object{{"mounts", out}};
 }
 
 int list_mounts() {
   std::vector<Mount_Row> rows;
   if (!collect(rows)) return cli::fail("cannot list the client-I/O mounts");
   if (cli::options().json)
-    print_json(rows);
+    cli::print_json(to_json(rows));
   else
     print_table(rows);
   return 0;

@@ -1,6 +1,6 @@
 // agentutil oceanstor: what a backup agent asks of an OceanStor array, from a shell.
 //
-//   agentutil oceanstor --host 10.0.0.5 --port 8088 --ssl --ca-file array.pem
+//   agentutil oceanstor --server 10.0.0.5:8088 --ssl --ca-file array.pem
 //       --user admin --password-file pw.txt changed-blocks --lun 11 --size 5368709120
 //
 // The password is read from a file (first line) or asked on the terminal, never taken
@@ -8,24 +8,24 @@
 #include <iostream>
 #include <memory>
 
-#include "framework/json/writer.h"
 #include "tools/agentutil/cancel.h"
 #include "tools/agentutil/cli_common.h"
+#include "tools/agentutil/output.h"
 #include "tools/agentutil/progress.h"
 #include "tools/agentutil/secret_input.h"
+#include "tools/agentutil/server_options.h"
 #include "utils/agent/oceanstor/oceanstor_client.h"
 
 namespace {
 
 using json_spirit::Array;
 using json_spirit::Object;
-using json_spirit::Value;
+
+// The array reports its bitmap chunk size in KiB.
+constexpr uint64_t ARRAY_CHUNK_UNIT_BYTES = 1024;
 
 struct Array_Args {
-  std::string host = "127.0.0.1";
-  unsigned port = 8088;
-  bool ssl = false;
-  std::string ca_file;
+  cli::Server_Args server;
   std::string device_id;
   std::string user;
   std::string password_file;
@@ -38,86 +38,87 @@ struct Array_Args {
   unsigned long size = 0;
 };
 
-void print_json(const Value& v) { std::cout << json_spirit::write(v, true) << "\n"; }
-
 // Logged in, with the array's own device id in place for the URLs.
-std::unique_ptr<oceanstor::OceanStor_Client> connect(const Array_Args& a) {
+std::unique_ptr<oceanstor::OceanStor_Client> connect(Array_Args& a) {
   oceanstor::Device_Manager_Info info;
-  std::string error;
-  if (!cli::read_secret(a.password_file, "OceanStor password: ", info.auth_info.password, error)) {
-    cli::fail("password: " + error);
+  if (!cli::parse_server(a.server) || !cli::read_secret(a.password_file, "OceanStor password", info.auth_info.password))
     return nullptr;
-  }
-  info.host = a.host;
-  info.port = a.port;
-  info.ssl = a.ssl;
+  info.host = a.server.host;
+  info.port = a.server.port;
+  info.ssl = a.server.ssl;
   info.device_id = a.device_id;
   info.auth_info.username = a.user;
   info.auth_info.scope = a.scope;
-  info.ca_file = a.ca_file;
+  info.ca_file = a.server.ca_file;
   std::unique_ptr<oceanstor::OceanStor_Client> client(new oceanstor::OceanStor_Client(info));
   if (!client->test_login()) {
-    cli::fail("cannot log in to " + a.host);
+    cli::fail("cannot log in to " + a.server.server);
     return nullptr;
   }
   return client;
 }
 
-Object lun_json(const oceanstor::LUN& l) {
-  return Object{{"id", l.id}, {"name", l.name}, {"wwn", l.wwn}, {"type", l.type},
-                {"exposed", l.exposed_to_initiator}, {"host_lun_id", l.host_lun_id}};
-}
-
-int login(const Array_Args& a) {
+int login(Array_Args& a) {
   auto client = connect(a);
   if (!client) return 1;
   if (cli::options().json)
-    print_json(Object{{"device_id", client->auth().device_id}});
+    cli::print_json(Object{{"device_id", client->auth().device_id}});
   else
-    std::cout << "logged in, device id " << client->auth().device_id << "\n";
+    std::cout << "logged in to " << a.server.server << " as " << a.user << ", device id "
+              << client->auth().device_id << "\n";
   return 0;
 }
 
-int show_lun(const Array_Args& a) {
+int show_lun(Array_Args& a) {
   auto client = connect(a);
   if (!client) return 1;
-  oceanstor::LUN lun;
-  if (!client->get_lun(a.lun, lun)) return cli::fail("cannot read LUN '" + a.lun + "'");
+  oceanstor::LUN l;
+  if (!client->get_lun(a.lun, l)) return cli::fail("cannot read LUN '" + a.lun + "'");
+  const bool exposed = l.exposed_to_initiator == "true";
   if (cli::options().json)
-    print_json(lun_json(lun));
+    cli::print_json(Object{{"id", l.id}, {"name", l.name}, {"wwn", l.wwn}, {"type", l.type},
+                           {"exposed", exposed}, {"host_lun_id", l.host_lun_id}});
   else
-    std::cout << lun.id << "  " << lun.name << "  wwn " << lun.wwn << "  exposed " << lun.exposed_to_initiator << "\n";
+    cli::print_fields({{"LUN", l.id}, {"name", l.name}, {"WWN", l.wwn}, {"exposed to a host", cli::yes_no(exposed)}});
   return 0;
 }
 
-int show_snapshot(const Array_Args& a) {
+int show_snapshot(Array_Args& a) {
   auto client = connect(a);
   if (!client) return 1;
   oceanstor::Snapshot snap;
   if (!client->get_snapshot(a.snapshot, snap)) return cli::fail("cannot read snapshot '" + a.snapshot + "'");
+  const bool exposed = snap.exposed_to_initiator == "true";
   if (cli::options().json)
-    print_json(Object{{"id", snap.id}, {"name", snap.name}, {"wwn", snap.wwn}, {"exposed", snap.exposed_to_initiator}});
+    cli::print_json(Object{{"id", snap.id}, {"name", snap.name}, {"wwn", snap.wwn}, {"exposed", exposed}});
   else
-    std::cout << snap.id << "  " << snap.name << "  wwn " << snap.wwn << "  exposed " << snap.exposed_to_initiator
-              << "\n";
+    cli::print_fields(
+        {{"snapshot", snap.id}, {"name", snap.name}, {"WWN", snap.wwn}, {"exposed to a host", cli::yes_no(exposed)}});
   return 0;
 }
 
 // attach / detach of whichever of --lun and --snapshot was given.
-int map_object(const Array_Args& a, bool attach) {
+int map_object(Array_Args& a, bool attach) {
   if (a.lun.empty() == a.snapshot.empty()) return cli::fail("give exactly one of --lun and --snapshot");
   auto client = connect(a);
   if (!client) return 1;
-  const bool done = a.lun.empty()
-                        ? (attach ? client->attach_snapshot(a.snapshot, a.group) : client->detach_snapshot(a.snapshot, a.group))
-                        : (attach ? client->attach_lun(a.lun, a.group) : client->detach_lun(a.lun, a.group));
-  const std::string what = a.lun.empty() ? "snapshot '" + a.snapshot + "'" : "LUN '" + a.lun + "'";
+  const bool lun = !a.lun.empty();
+  const bool done = lun ? (attach ? client->attach_lun(a.lun, a.group) : client->detach_lun(a.lun, a.group))
+                        : (attach ? client->attach_snapshot(a.snapshot, a.group)
+                                  : client->detach_snapshot(a.snapshot, a.group));
+  const std::string what = lun ? "LUN " + a.lun : "snapshot " + a.snapshot;
   if (!done) return cli::fail(std::string(attach ? "cannot attach " : "cannot detach ") + what);
-  if (!cli::options().json) std::cout << (attach ? "attached " : "detached ") << what << "\n";
+  if (cli::options().json)
+    cli::print_json(Object{{lun ? "lun" : "snapshot", lun ? a.lun : a.snapshot},
+                           {"group", a.group},
+                           {attach ? "attached" : "detached", true}});
+  else
+    std::cout << (attach ? "attached " : "detached ") << what << (attach ? " to" : " from") << " lun group " << a.group
+              << (attach ? "" : "; the array no longer exposes it") << "\n";
   return 0;
 }
 
-int list_hosts(const Array_Args& a) {
+int list_hosts(Array_Args& a) {
   if (a.lun.empty() == a.snapshot.empty()) return cli::fail("give exactly one of --lun and --snapshot");
   auto client = connect(a);
   if (!client) return 1;
@@ -125,30 +126,59 @@ int list_hosts(const Array_Args& a) {
   const bool read = a.lun.empty() ? client->get_snapshot_belong_hosts(a.snapshot, hosts)
                                   : client->get_lun_belong_hosts(a.lun, hosts);
   if (!read) return cli::fail("cannot list hosts");
-  Array out;
-  for (const auto& h : hosts) {
-    out.push_back(Object{{"id", h.id}, {"name", h.name}, {"ip", h.ip}});
-    if (!cli::options().json) std::cout << h.id << "  " << h.name << "  " << h.ip << "\n";
+  if (cli::options().json) {
+    Array out;
+    for (const auto& h : hosts) out.push_back(Object{{"id", h.id}, {"name", h.name}, {"ip", h.ip}});
+    cli::print_json(out);
+    return 0;
   }
-  if (cli::options().json) print_json(out);
+  const std::string what = a.lun.empty() ? "snapshot " + a.snapshot : "LUN " + a.lun;
+  if (hosts.empty()) {
+    std::cout << what << " is mapped to no host\n";
+    return 0;
+  }
+  std::cout << what << " is mapped to " << cli::count_of(hosts.size(), "host") << ":\n";
+  cli::Table table({"HOST", "NAME", "IP ADDRESS"});
+  for (const auto& h : hosts) table.add({h.id, h.name, h.ip});
+  table.print(std::cout);
   return 0;
 }
 
-int list_links(const Array_Args& a) {
+int list_links(Array_Args& a) {
   auto client = connect(a);
   if (!client) return 1;
   std::vector<oceanstor::Host_Link> links;
   if (!client->get_fc_host_links(a.host_id, links)) return cli::fail("cannot list FC links of host " + a.host_id);
-  Array out;
-  for (const auto& l : links) {
-    out.push_back(Object{{"id", l.id}, {"initiator", l.initiator_port_wwn}, {"target", l.target_port_wwn}});
-    if (!cli::options().json) std::cout << l.id << "  " << l.initiator_port_wwn << " -> " << l.target_port_wwn << "\n";
+  if (cli::options().json) {
+    Array out;
+    for (const auto& l : links)
+      out.push_back(Object{{"id", l.id}, {"initiator", l.initiator_port_wwn}, {"target", l.target_port_wwn}});
+    cli::print_json(out);
+    return 0;
   }
-  if (cli::options().json) print_json(out);
+  if (links.empty()) {
+    std::cout << "host " << a.host_id << " has no healthy FC link\n";
+    return 0;
+  }
+  std::cout << "host " << a.host_id << " has " << cli::count_of(links.size(), "healthy FC link") << ":\n";
+  cli::Table table({"LINK", "HOST PORT WWN", "ARRAY PORT WWN"});
+  for (const auto& l : links) table.add({l.id, l.initiator_port_wwn, l.target_port_wwn});
+  table.print(std::cout);
   return 0;
 }
 
-int changed_blocks(const Array_Args& a) {
+// The array's extents count chunks; the last one may reach past the end of the LUN.
+Blocks to_bytes(const std::vector<Block>& chunks, uint64_t chunk_bytes, uint64_t size) {
+  Blocks bytes;
+  for (const auto& c : chunks) {
+    const uint64_t offset = c.offset * chunk_bytes;
+    if (offset >= size) break;
+    bytes.emplace_back(offset, std::min(c.length * chunk_bytes, size - offset));
+  }
+  return bytes;
+}
+
+int changed_blocks(Array_Args& a) {
   auto client = connect(a);
   if (!client) return 1;
   std::vector<Block> blocks;
@@ -161,14 +191,8 @@ int changed_blocks(const Array_Args& a) {
   progress.finish();
   if (cli::cancel_requested()) return cli::fail("cancelled");
   if (!ok) return cli::fail("cannot read the changed blocks of LUN '" + a.lun + "'");
-  if (cli::options().json) {
-    Array out;
-    for (const auto& b : blocks) out.push_back(Object{{"offset", b.offset}, {"length", b.length}});
-    print_json(Object{{"chunk_size", static_cast<uint64_t>(chunk_size)}, {"blocks", out}});
-    return 0;
-  }
-  std::cout << "chunk size " << chunk_size << ", " << blocks.size() << " extents (in chunks)\n";
-  for (const auto& b : blocks) std::cout << b.offset << " +" << b.length << "\n";
+  const uint64_t chunk_bytes = chunk_size * ARRAY_CHUNK_UNIT_BYTES;
+  cli::print_changed_blocks(to_bytes(blocks, chunk_bytes, a.size), chunk_bytes, a.size);
   return 0;
 }
 
@@ -178,10 +202,7 @@ void add_oceanstor_commands(CLI::App& app) {
   static Array_Args args;
   CLI::App* array = app.add_subcommand("oceanstor", "OceanStor array: LUNs, snapshots, mapping, bitmaps");
   array->require_subcommand(1);
-  array->add_option("--host", args.host, "Device manager address");
-  array->add_option("--port", args.port, "Device manager port")->check(CLI::Range(1, 65535));
-  array->add_flag("--ssl", args.ssl, "Use HTTPS");
-  array->add_option("--ca-file", args.ca_file, "PEM file of the array's certificate or its CA");
+  cli::add_server_options(array, args.server, "Device manager");
   array->add_option("--device-id", args.device_id, "Array device id (taken from the login otherwise)");
   array->add_option("--user", args.user, "User name")->required();
   array->add_option("--password-file", args.password_file,
@@ -217,7 +238,8 @@ void add_oceanstor_commands(CLI::App& app) {
   links->add_option("host", args.host_id, "Host id")->required();
   cli::set_command(links, [] { return list_links(args); });
 
-  CLI::App* changed = array->add_subcommand("changed-blocks", "Allocated chunks of a LUN, or chunks differing from a base");
+  CLI::App* changed = array->add_subcommand("changed-blocks",
+                                            "Byte extents of a LUN that hold data, or that differ from a base");
   changed->add_option("--lun", args.lun, "LUN or snapshot id")->required();
   changed->add_option("--size", args.size, "LUN size in bytes")->required();
   changed->add_option("--base", args.base, "Base LUN or snapshot id (incremental)");

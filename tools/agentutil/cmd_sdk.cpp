@@ -3,8 +3,8 @@
 
 #include <iostream>
 
-#include "framework/json/writer.h"
 #include "tools/agentutil/cli_common.h"
+#include "tools/agentutil/output.h"
 #include "utils/agent/sdk_loader.h"
 
 namespace {
@@ -35,12 +35,14 @@ int list_versions(const Sdk_Args& a) {
     for (const auto& v : sdk.versions()) versions.emplace_back(v.str());
     json_spirit::Object out{{"versions", versions},
                             {"latest", latest ? json_spirit::Value(latest.str()) : json_spirit::Value()}};
-    std::cout << json_spirit::write(out, true) << "\n";
+    cli::print_json(out);
     return 0;
   }
   if (!latest) return cli::fail("no versions installed under " + a.base + "/" + a.name);
-  for (const auto& v : sdk.versions())
-    std::cout << v.str() << (v.str() == latest.str() ? "  (latest)" : "") << "\n";
+  const auto versions = sdk.versions();
+  std::cout << cli::count_of(versions.size(), "version") << " of " << a.name << " under " << a.base
+            << ", newest first:\n";
+  for (const auto& v : versions) std::cout << "  " << v.str() << (v.str() == latest.str() ? "  (latest)" : "") << "\n";
   return 0;
 }
 
@@ -50,7 +52,7 @@ int version_path(const Sdk_Args& a) {
   const std::string path = sdk.path(a.version.c_str());
   if (path.empty()) return cli::fail("version '" + a.version + "' is not installed");
   if (cli::options().json)
-    std::cout << json_spirit::write(json_spirit::Object{{"path", path}}, true) << "\n";
+    cli::print_json(json_spirit::Object{{"path", path}});
   else
     std::cout << path << "\n";
   return 0;

@@ -7,6 +7,9 @@
 int main(int argc, char** argv) {
   CLI::App app{"agentutil: Ceph RBD, OceanStor and backup-service helpers for backup agents"};
   app.require_subcommand(1);
+  // Every sub-command inherits this: --json, --verbose and a family's connection options
+  // may also follow the command (`agentutil ceph pools --conf c.conf --json`).
+  app.fallthrough();
   app.add_flag("--json", cli::options().json, "Print results as JSON for scripts");
   app.add_flag("-v,--verbose", cli::options().verbose, "Show every library log line");
 

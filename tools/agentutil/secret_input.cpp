@@ -7,11 +7,13 @@
 #include <fstream>
 #include <iostream>
 
+#include "tools/agentutil/cli_common.h"
+
 namespace cli {
 namespace {
 
-bool ask_terminal(const char* prompt, std::string& secret) {
-  std::fprintf(stderr, "%s", prompt);
+bool ask_terminal(const std::string& what, std::string& secret) {
+  std::fprintf(stderr, "%s: ", what.c_str());
   std::fflush(stderr);
   termios saved {};
   const bool echo_off = ::tcgetattr(STDIN_FILENO, &saved) == 0;
@@ -28,21 +30,27 @@ bool ask_terminal(const char* prompt, std::string& secret) {
 
 }  // namespace
 
-bool read_secret(const std::string& file, const char* prompt, std::string& secret,
-                 std::string& error) {
+bool read_secret(const std::string& file, const std::string& what, std::string& secret) {
+  secret.clear();
   if (!file.empty()) {
     std::ifstream in(file);
-    if (in && std::getline(in, secret)) return true;
-    error = "cannot read '" + file + "'";
+    if (!in || !std::getline(in, secret)) {
+      fail("cannot read the " + what + " from '" + file + "'");
+      return false;
+    }
+  } else if (!::isatty(STDIN_FILENO)) {
+    fail("no " + what + " file given and no terminal to ask on");
+    return false;
+  } else if (!ask_terminal(what, secret)) {
+    fail("no " + what + " entered");
     return false;
   }
-  if (!::isatty(STDIN_FILENO)) {
-    error = "no secret file given and no terminal to ask on";
+  while (!secret.empty() && (secret.back() == '\r' || secret.back() == '\n')) secret.pop_back();
+  if (secret.empty()) {
+    fail("the " + what + " is empty");
     return false;
   }
-  if (ask_terminal(prompt, secret)) return true;
-  error = "no secret entered";
-  return false;
+  return true;
 }
 
 }  // namespace cli

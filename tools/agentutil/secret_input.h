@@ -1,14 +1,15 @@
-// Secrets for the command line never come from its arguments: they are read from a
-// file (first line) or, when no file is given, asked for on the terminal without echo.
+// Secrets for the command line (the array password, the backup server's access key)
+// never come from its arguments: they are read from a file (its first line) or, when
+// no file is given, asked for on the terminal without echo.
 #pragma once
 
 #include <string>
 
 namespace cli {
 
-// False with `error` set when the file cannot be read, or when no file is given and
-// standard input is not a terminal.
-bool read_secret(const std::string& file, const char* prompt, std::string& secret,
-                 std::string& error);
+// The secret with trailing CR and LF removed. False after the one failure line when the
+// file cannot be read, when no file is given and standard input is not a terminal, or
+// when the secret is empty. `what` names it in that line and in the prompt.
+bool read_secret(const std::string& file, const std::string& what, std::string& secret);
 
 }  // namespace cli
