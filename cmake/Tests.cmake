@@ -59,13 +59,16 @@ foreach(label sim ceph)
   endif()
 endforeach()
 
-# The sim tests run the built programs (agentutil, the simulators) as a user would.
+# The sim and ceph tests run the built programs (agentutil, the simulators) as a user would.
 if(TARGET sim_tests)
   foreach(program agentutil_cli backupd-sim oceanstor-sim)
     if(TARGET ${program})
       add_dependencies(sim_tests ${program})
     endif()
   endforeach()
+endif()
+if(TARGET ceph_tests AND TARGET agentutil_cli)
+  add_dependencies(ceph_tests agentutil_cli)
 endif()
 
 # The installed package works for an agent: find_package and pkg-config. (Not in the

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "framework/base/temp_dir_test.h"
-#include "tests/integration/sim/agentutil_runner.h"
+#include "tests/support/agentutil_runner.h"
 #include "tests/integration/sim/backupd_sim_fixture.h"
 
 namespace {
@@ -46,7 +46,7 @@ class Agentutil_Backupd : public Channel_Sim_Test {
   std::string key_file_, server_;
 };
 
-TEST_F(Agentutil_Backupd, ForwardPrintsTheResultAndFailsInOneLine) {
+TEST_F(Agentutil_Backupd, forward_prints_the_result_and_fails_in_one_line) {
   std::vector<Run_Result> runs{forward({"--json", "mount",
                                         R"({"action":"mount","remote_url":"http://s3/b","mnt":"/mnt/b","user":"u",)"
                                         R"("retry_timeout":5,"limit_rate":0})"})};
@@ -80,20 +80,28 @@ TEST_F(Agentutil_Backupd, ForwardPrintsTheResultAndFailsInOneLine) {
   for (const auto& r : runs) EXPECT_EQ(std::string::npos, (r.out + r.err).find(ACCESS_KEY)) << r.err;
 }
 
-TEST_F(Agentutil_Backupd, CatalogsListAllOrTheFirst) {
+TEST_F(Agentutil_Backupd, catalogs_list_all_or_the_first) {
   const std::string path = "/d2/r/catalogs/job-7";
   sim_.set_catalog_rows(path, json_spirit::Array{json_spirit::Object{{"name", "c1"}},
                                                   json_spirit::Object{{"name", "c2"}}});
   const Run_Result all = backupd("catalogs", {path});
   ASSERT_EQ(0, all.status) << all.err;
-  EXPECT_EQ("{\"name\":\"c1\"}\n{\"name\":\"c2\"}\n2 catalog(s)\n", all.out);
+  EXPECT_EQ("2 catalogs at " + path + ":\n{\"name\":\"c1\"}\n{\"name\":\"c2\"}\n", all.out);
 
   const Run_Result first = backupd("catalogs", {path, "--first", "--json"});
   ASSERT_EQ(0, first.status) << first.err;
   EXPECT_EQ(parse(R"({"name":"c1"})"), parse(first.out));
 
-  // A missing listing, and the server refusing a request without the key.
-  for (const Run_Result& failed : {backupd("catalogs", {"/d2/r/catalogs/none"}), backupd("catalogs", {path}, false)}) {
+  // A missing listing, the server refusing a request without the key, and a key file
+  // holding only a line end (refused before anything is sent).
+  const std::size_t asked = sim_.requests().size();
+  const Run_Result blank_key = au_test::run_agentutil(
+      {"backupd", "--access-key-file", dir_.write_file("blank", "\r\n"), "--server", server_, "catalogs", path},
+      dir_.path());
+  EXPECT_NE(std::string::npos, blank_key.err.find("access key is empty")) << blank_key.err;
+  EXPECT_EQ(asked, sim_.requests().size());
+  for (const Run_Result& failed :
+       {backupd("catalogs", {"/d2/r/catalogs/none"}), backupd("catalogs", {path}, false), blank_key}) {
     EXPECT_NE(0, failed.status);
     EXPECT_EQ(1u, line_count(failed.err)) << failed.err;
   }

@@ -9,7 +9,7 @@
 
 #include "framework/base/temp_dir_test.h"
 #include "framework/json/reader.h"
-#include "tests/integration/sim/agentutil_runner.h"
+#include "tests/support/agentutil_runner.h"
 
 namespace {
 
