@@ -289,7 +289,10 @@ bool S3_Client::request(const Request& rq, Reply& reply, std::string& error) {
   for (unsigned delay_ms : exponential_backoff(endpoint_.retry_backoff_ms, endpoint_.retry_count, 30000, true)) {
     if (!retryable) return false;
     std::this_thread::sleep_for(std::chrono::milliseconds(delay_ms));
-    if (attempt(rq, reply, error, retryable)) return true;
+    if (attempt(rq, reply, error, retryable)) {
+      error.clear();  // the earlier attempts' reasons are history
+      return true;
+    }
   }
   return false;
 }

@@ -1,0 +1,104 @@
+#include "framework/client_io/s3_client.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+
+#include "tests/support/http_test_server.h"
+
+namespace {
+
+class S3_Client_Test : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    server.on("PUT", "/b/flaky", [this](const httplib::Request&, httplib::Response& res) {
+      res.status = ++flaky_calls <= 2 ? 503 : 200;
+      res.set_header("ETag", "\"e1\"");
+    });
+    server.on("PUT", "/b/denied", [](const httplib::Request&, httplib::Response& res) {
+      res.status = 403;
+      res.set_content("<Error><Code>AccessDenied</Code></Error>", "application/xml");
+    });
+    server.on("PUT", "/b/down", [](const httplib::Request&, httplib::Response& res) {
+      res.status = 500;
+      res.set_content("<Error><Code>InternalError</Code></Error>", "application/xml");
+    });
+    // A completion can fail inside a 200 answer.
+    server.on("POST", "/b/late", [this](const httplib::Request&, httplib::Response& res) {
+      res.set_content(++late_calls == 1 ? "<Error><Code>InternalError</Code></Error>"
+                                        : "<CompleteMultipartUploadResult/>",
+                      "application/xml");
+    });
+    server.on("GET", "/b", [](const httplib::Request& req, httplib::Response& res) {
+      if (!req.has_param("continuation-token")) {
+        res.set_content("<ListBucketResult><IsTruncated>true</IsTruncated>"
+                        "<Contents><Key>pool/a&amp;b</Key></Contents>"
+                        "<NextContinuationToken>t/2=</NextContinuationToken></ListBucketResult>",
+                        "application/xml");
+      } else {
+        res.set_content("<ListBucketResult><IsTruncated>false</IsTruncated>"
+                        "<Contents><Key>pool/&#65;&lt;</Key></Contents></ListBucketResult>",
+                        "application/xml");
+      }
+    });
+    ASSERT_TRUE(server.start());
+    Client_IO_Base::Options o;
+    o.access_key = "AKIDTEST";
+    o.secret_key = "s3cr3t-never-sent";
+    o.retry_count = 3;
+    o.retry_backoff_ms = 1;
+    std::string error;
+    ASSERT_TRUE(make_s3_endpoint("s3://127.0.0.1:" + std::to_string(server.port()) + "/b/pool", o,
+                                 endpoint, error)) << error;
+  }
+
+  au_test::HTTP_Test_Server server;
+  S3_Endpoint endpoint;
+  std::atomic<int> flaky_calls{0}, late_calls{0};
+};
+
+TEST_F(S3_Client_Test, retries_only_server_errors_and_signs_without_sending_the_secret) {
+  endpoint.prefix.clear();
+  S3_Client client(endpoint);
+  const struct {
+    const char* key;
+    bool ok;
+    size_t attempts;
+    const char* error;
+  } cases[] = {
+      {"flaky", true, 3, ""},
+      {"denied", false, 1, "S3 PUT b/denied: HTTP 403 AccessDenied"},
+      {"down", false, 4, "S3 PUT b/down: HTTP 500 InternalError"},
+  };
+  for (const auto& c : cases) {
+    server.clear_requests();
+    std::string error;
+    EXPECT_EQ(client.put(c.key, "data", 4, error), c.ok) << c.key;
+    EXPECT_EQ(error, c.error);
+    const auto requests = server.requests();
+    ASSERT_EQ(requests.size(), c.attempts) << c.key;
+    for (const auto& r : requests) {
+      EXPECT_EQ(r.body, "data");
+      EXPECT_EQ(r.header("Authorization").rfind("AWS4-HMAC-SHA256 Credential=AKIDTEST/", 0), 0u);
+      EXPECT_EQ(r.header("x-amz-content-sha256"), "UNSIGNED-PAYLOAD");
+      for (const auto& h : r.headers) EXPECT_EQ(h.second.find("s3cr3t"), std::string::npos);
+    }
+  }
+  std::string error;
+  EXPECT_TRUE(client.complete_upload("late", "id", {"\"e1\""}, error)) << error;
+  EXPECT_EQ(late_calls, 2);
+}
+
+TEST_F(S3_Client_Test, listings_follow_continuation_tokens_and_decode_keys) {
+  S3_Client client(endpoint);
+  std::vector<std::string> names;
+  std::string error;
+  ASSERT_TRUE(client.list("", names, error)) << error;
+  EXPECT_EQ(names, (std::vector<std::string>{"A<", "a&b"}));
+  const auto requests = server.requests();
+  ASSERT_EQ(requests.size(), 2u);
+  EXPECT_EQ(requests[0].query(), "list-type=2&prefix=pool%2F");
+  EXPECT_EQ(requests[1].query(), "continuation-token=t%2F2%3D&list-type=2&prefix=pool%2F");
+}
+
+}  // namespace
