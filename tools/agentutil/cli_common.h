@@ -36,3 +36,4 @@ void add_ceph_commands(CLI::App& app);
 void add_backupd_commands(CLI::App& app);
 void add_mounts_commands(CLI::App& app);
 void add_oceanstor_commands(CLI::App& app);
+void add_piece_commands(CLI::App& app);

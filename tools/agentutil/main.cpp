@@ -19,6 +19,7 @@ int main(int argc, char** argv) {
   add_backupd_commands(app);
   add_mounts_commands(app);
   add_oceanstor_commands(app);
+  add_piece_commands(app);
 
   try {
     app.parse(argc, argv);
