@@ -1,9 +1,36 @@
 #include "tools/agentutil/ceph_connection.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include "tools/agentutil/cli_common.h"
 
 namespace cli {
 namespace {
+
+// librados prints its own lines (keyring searches, monitor hunting) straight to stderr,
+// whatever err_to_stderr says, while it connects. Without --verbose they go to
+// /dev/null for that time, so that a failure ends in the tool's one line.
+class Quiet_Stderr {
+ public:
+  Quiet_Stderr() {
+    if (options().verbose) return;
+    const int null_fd = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+    saved_ = null_fd < 0 ? -1 : ::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
+    if (saved_ >= 0) ::dup2(null_fd, STDERR_FILENO);
+    if (null_fd >= 0) ::close(null_fd);
+  }
+  ~Quiet_Stderr() {
+    if (saved_ < 0) return;
+    ::dup2(saved_, STDERR_FILENO);
+    ::close(saved_);
+  }
+  Quiet_Stderr(const Quiet_Stderr&) = delete;
+  Quiet_Stderr& operator=(const Quiet_Stderr&) = delete;
+
+ private:
+  int saved_ = -1;
+};
 
 bool parse_configs(const std::vector<std::string>& configs, ceph::Ceph_Client::Options& options) {
   for (const auto& kv : configs) {
@@ -39,8 +66,14 @@ std::unique_ptr<ceph::Ceph_Client> connect_ceph(const Ceph_Connection_Args& args
                          : "cannot read " + args.conf);
     return nullptr;
   }
-  if (!client->set_configs(configs, false) || !client->connect()) {
-    fail("cannot connect to the Ceph cluster");
+  bool connected = false;
+  {
+    const Quiet_Stderr quiet;
+    connected = client->set_configs(configs, false) && client->connect();
+  }
+  if (!connected) {
+    fail(options().verbose ? "cannot connect to the Ceph cluster"
+                           : "cannot connect to the Ceph cluster (--verbose shows Ceph's own messages)");
     return nullptr;
   }
   return client;
