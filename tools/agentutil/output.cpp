@@ -58,6 +58,10 @@ std::string size_text(uint64_t bytes) {
     ++unit;
   }
   if (bytes % scale == 0) return std::to_string(bytes / scale) + " " + units[unit];
+  if (static_cast<double>(bytes) / static_cast<double>(scale) >= 1023.95 && unit + 1 < 6) {
+    scale *= 1024;  // would print as "1024.0" of this unit
+    ++unit;
+  }
   char text[32];
   std::snprintf(text, sizeof text, "%.1f %s", static_cast<double>(bytes) / static_cast<double>(scale), units[unit]);
   return text;
