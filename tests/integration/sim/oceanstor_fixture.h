@@ -23,7 +23,10 @@ class Test_Client : public oceanstor::OceanStor_Client {
   explicit Test_Client(const oceanstor::Device_Manager_Info& info) : OceanStor_Client(info) {
     restful_client().retries(0);
     restful_client().max_reply_bytes(1 << 20);
+    restful_client().set_header(CONNECTION_MARK, "client");  // tells its requests from any other's
   }
+
+  static constexpr const char* CONNECTION_MARK = "X-Test-Connection";
 
   // The clock the client reads; every reading adds `step` seconds afterwards.
   time_t clock = 1700000000;

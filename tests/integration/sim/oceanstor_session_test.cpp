@@ -78,6 +78,9 @@ TEST_F(OceanStor_Session, session_renewed_only_after_180_idle_seconds) {
   EXPECT_EQ(first_session, logouts[0].header("Cookie"));
   EXPECT_NE(first_session, client->auth().session);
   EXPECT_EQ(1u, sim.live_sessions()) << "the old session was closed";
+  const auto logins = sim.requests_to("/deviceManager/rest/xxxxx/sessions");
+  ASSERT_EQ(2u, logins.size());
+  EXPECT_EQ("client", logins[1].header(Test_Client::CONNECTION_MARK)) << "renewed on the client's own connection";
   EXPECT_EQ(client->auth().session, sim.requests_to(rest("lun/1")).back().header("Cookie"));
   expect_no_secrets(log);
 }
