@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 #include "framework/base/snprintf_t.h"
@@ -30,6 +31,14 @@ std::string parse_failure_line(const std::string& lun_id) {
   return snprintf_t<128>("Failed to parse bitmap, lun: '%s'.\n", lun_id.c_str()).str();
 }
 
+// Each segment's text appended to the caller's bitmap: the two get_bitmap forms.
+std::function<bool(std::string&)> appending_to(Bitmap& bitmap) {
+  return [&bitmap](std::string& text) {
+    bitmap.bitmap += text;
+    return true;
+  };
+}
+
 }  // namespace
 
 bool OceanStor_Client::get_bitmap_chunk(const std::string& lun_id, Bitmap_Chunk& chunk) {
@@ -46,11 +55,7 @@ bool OceanStor_Client::get_bitmap_chunk(const std::string& lun_id, Bitmap_Chunk&
 bool OceanStor_Client::get_bitmap(const std::string& lun_id, unsigned long size, unsigned int chunk_size,
                                   Bitmap& bitmap) {
   if (AU_IS_EMPTY(lun_id)) return false;
-  auto append = [&bitmap](std::string& text) {
-    bitmap.bitmap += text;
-    return true;
-  };
-  if (!fetch_segments(lun_id, nullptr, size, chunk_size, append)) return false;
+  if (!fetch_segments(lun_id, nullptr, size, chunk_size, appending_to(bitmap))) return false;
   bitmap.lun_id = lun_id;
   return true;
 }
@@ -58,11 +63,7 @@ bool OceanStor_Client::get_bitmap(const std::string& lun_id, unsigned long size,
 bool OceanStor_Client::get_bitmap(const std::string& lun_id, const std::string& base_lun_id, unsigned long size,
                                   unsigned int chunk_size, Bitmap& bitmap) {
   if (AU_IS_EMPTY(lun_id) || AU_IS_EMPTY(base_lun_id)) return false;
-  auto append = [&bitmap](std::string& text) {
-    bitmap.bitmap += text;
-    return true;
-  };
-  if (!fetch_segments(lun_id, &base_lun_id, size, chunk_size, append)) return false;
+  if (!fetch_segments(lun_id, &base_lun_id, size, chunk_size, appending_to(bitmap))) return false;
   bitmap.lun_id = lun_id;
   return true;
 }
