@@ -128,6 +128,9 @@ bool Piece_Walk::check_trailer_and_index() {
       t.index_position != trailer_at - t.record_count * piece::INDEX_ENTRY_SIZE) {
     return invalid(at("trailer", trailer_at), "record count and index position do not fit the piece size");
   }
+  if (t.record_count * piece::INDEX_ENTRY_SIZE > piece::MAX_INDEX_BYTES) {
+    return invalid(at("trailer", trailer_at), "index larger than 256 MiB");
+  }
   index_.resize(t.record_count * piece::INDEX_ENTRY_SIZE);
   if (!pread_exact(&index_[0], index_.size(), t.index_position, at("index", t.index_position))) {
     return false;

@@ -153,6 +153,9 @@ bool Image_Block_Writer::write_data(uint64_t offset, const unsigned char* data, 
 // `stored` holds the compressed bytes, or is null and `raw` the plain ones (or null
 // for zeros); with a key the bytes are sealed first.
 bool Image_Block_Writer::write_record(piece::Record& r, const std::string* stored, const void* raw) {
+  if (index_.size() + piece::INDEX_ENTRY_SIZE > piece::MAX_INDEX_BYTES) {
+    return fail("too many records for one piece");  // a reader would refuse the index
+  }
   const char* bytes = stored ? stored->data() : static_cast<const char*>(raw);
   size_t length = stored ? stored->size() : (raw ? r.length : 0);
   r.stored_length = length + (cipher_ && r.flags == piece::RECORD_DATA ? GCM_TAG_LENGTH : 0);

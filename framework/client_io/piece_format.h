@@ -29,6 +29,9 @@ constexpr size_t TRAILER_SIZE = 32;
 // Writers split data at this length; readers refuse longer data records, which bounds
 // what one record can make a reader allocate.
 constexpr uint64_t MAX_RECORD_LENGTH = 4u << 20;
+// The most index bytes a reader takes in (5.5 million records): a hostile trailer must
+// not make it allocate the size of a huge object.
+constexpr uint64_t MAX_INDEX_BYTES = 256u << 20;
 // Block sizes a piece may name and a reader may be asked for.
 constexpr uint64_t MAX_BLOCK_SIZE = 64u << 20;
 
