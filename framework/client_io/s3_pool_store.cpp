@@ -1,25 +1,81 @@
 #include "framework/client_io/s3_pool_store.h"
 
+#include <cstring>
 #include <deque>
 #include <future>
+#include <map>
 
 namespace {
 
 constexpr size_t PARTS_IN_FLIGHT = 4;
 
+// Sequential reads (each starting where the last one ended) are served from 8 MiB
+// chunks fetched ahead by parallel ranged GETs, so a restore streams like one long GET;
+// other reads fetch exactly their range.
 class S3_Reader : public Pool_Object_Reader {
  public:
   S3_Reader(const S3_Endpoint& endpoint, std::string key, int64_t size)
-      : client_(endpoint), key_(std::move(key)), size_(size) {}
+      : endpoint_(endpoint), client_(endpoint), key_(std::move(key)), size_(size) {}
   int64_t size() const override { return size_; }
+
   ssize_t pread(void* buf, size_t len, uint64_t offset, std::string& error) override {
-    return client_.get_range(key_, offset, buf, len, size_, error);
+    const uint64_t size = static_cast<uint64_t>(size_);
+    if (offset >= size || len == 0) return 0;
+    len = static_cast<size_t>(std::min<uint64_t>(len, size - offset));
+    const bool sequential = offset == next_;
+    next_ = offset + len;
+    if (!sequential) {
+      chunks_.clear();
+      return client_.get_range(key_, offset, buf, len, size_, error);
+    }
+    for (size_t done = 0; done < len;) {
+      const uint64_t at = offset + done, index = at / CHUNK;
+      const Chunk& c = chunk(index);
+      if (!c.error.empty()) {
+        error = c.error;
+        chunks_.erase(index);  // the next read asks again
+        return -1;
+      }
+      const size_t n = std::min<size_t>(len - done, c.data.size() - (at - index * CHUNK));
+      std::memcpy(static_cast<char*>(buf) + done, c.data.data() + (at - index * CHUNK), n);
+      done += n;
+    }
+    chunks_.erase(chunks_.begin(), chunks_.lower_bound(next_ / CHUNK));
+    for (uint64_t i = next_ / CHUNK; i <= next_ / CHUNK + AHEAD; ++i) fetch(i);
+    return static_cast<ssize_t>(len);
   }
 
  private:
+  static constexpr uint64_t CHUNK = 8u << 20;
+  static constexpr uint64_t AHEAD = 3;
+  struct Chunk {
+    std::string data;
+    std::string error;
+  };
+
+  void fetch(uint64_t index) {
+    const uint64_t from = index * CHUNK;
+    if (from >= static_cast<uint64_t>(size_) || chunks_.count(index)) return;
+    chunks_[index] = std::async(std::launch::async, [this, from] {
+      Chunk c;
+      c.data.resize(std::min<uint64_t>(CHUNK, size_ - from));
+      S3_Client client(endpoint_);
+      if (client.get_range(key_, from, &c.data[0], c.data.size(), size_, c.error) < 0) c.data.clear();
+      return c;
+    }).share();
+  }
+
+  const Chunk& chunk(uint64_t index) {
+    fetch(index);
+    return chunks_[index].get();
+  }
+
+  S3_Endpoint endpoint_;
   S3_Client client_;
   std::string key_;
   int64_t size_;
+  uint64_t next_ = UINT64_MAX;  // where a sequential read would start (none at first)
+  std::map<uint64_t, std::shared_future<Chunk>> chunks_;
 };
 
 class S3_Writer : public Pool_Object_Writer {
