@@ -30,7 +30,7 @@ class Piece_Walk {
  public:
   explicit Piece_Walk(Client_IO_Base& io) : io_(io) {}
 
-  bool load_layout(Piece_Layout& layout);
+  bool load_layout(Piece_Layout& layout, bool check_key);
   bool stream(const Image_Block_Reader::Sink& sink, uint64_t block_size, bool zeros_as_null);
 
  private:
@@ -47,7 +47,7 @@ class Piece_Walk {
   // False only for an I/O error; `got` tells how much came before the end.
   bool read_exact(void* buf, size_t len, const std::string& where, bool& short_read);
   bool pread_exact(void* buf, size_t len, uint64_t offset, const std::string& where);
-  bool check_header();
+  bool check_header(bool check_key);
   bool check_trailer_and_index();
   bool check_record(size_t i, const Record& r, uint64_t& expected_position, uint64_t& prev_end);
   bool open_record(size_t i, const Record& r, const unsigned char* stored, const void*& plain);
@@ -84,7 +84,7 @@ bool Piece_Walk::pread_exact(void* buf, size_t len, uint64_t offset, const std::
   return true;
 }
 
-bool Piece_Walk::check_header() {
+bool Piece_Walk::check_header(bool check_key) {
   const std::string where = at("header", 0);
   const int64_t size = io_.size();
   if (size < 0) return unreadable(where);
@@ -98,7 +98,7 @@ bool Piece_Walk::check_header() {
   const char* why = nullptr;
   piece::Header& h = layout_->header;
   if (!piece::decode(header_bytes_, h, why)) return invalid(where, why);
-  if (h.cipher == ENCR_NONE) return true;
+  if (h.cipher == ENCR_NONE || !check_key) return true;
   const Client_IO_Base::Options* o = io_.connection_options();
   if (o == nullptr || o->key.empty() || o->iv.empty()) {
     return invalid(where, "the piece is encrypted and the connection has no key");
@@ -164,7 +164,7 @@ bool Piece_Walk::check_trailer_and_index() {
 
 bool Piece_Walk::check_record(size_t i, const Record& r, uint64_t& expected, uint64_t& prev_end) {
   const std::string where = at_record(i, r, expected);
-  const uint64_t tag = cipher_ ? GCM_TAG_LENGTH : 0;
+  const uint64_t tag = layout_->header.cipher == ENCR_AES_256_GCM ? GCM_TAG_LENGTH : 0;
   const uint64_t image_size = layout_->header.image_size;
   if (r.length == 0) return invalid(where, "empty record");
   if (r.offset < prev_end) return invalid(where, "record overlaps the one before");
@@ -193,9 +193,9 @@ bool Piece_Walk::check_record(size_t i, const Record& r, uint64_t& expected, uin
   return true;
 }
 
-bool Piece_Walk::load_layout(Piece_Layout& layout) {
+bool Piece_Walk::load_layout(Piece_Layout& layout, bool check_key) {
   layout_ = &layout;
-  return check_header() && check_trailer_and_index();
+  return check_header(check_key) && check_trailer_and_index();
 }
 
 // Authenticates, decompresses and checksums one data record; `plain` then points at
@@ -269,10 +269,10 @@ bool Piece_Walk::stream(const Image_Block_Reader::Sink& sink, uint64_t block_siz
 
 }  // namespace
 
-bool Image_Block_Reader::read_layout(Client_IO_Base* io, Piece_Layout& layout) {
+bool Image_Block_Reader::read_layout(Client_IO_Base* io, Piece_Layout& layout, bool check_key) {
   if (AU_IS_NULL(io)) return false;
   Piece_Walk walk(*io);
-  return walk.load_layout(layout);
+  return walk.load_layout(layout, check_key);
 }
 
 bool Image_Block_Reader::read_blocks_align(Client_IO_Base* io, const Sink& sink, size_t block_size,
@@ -282,6 +282,6 @@ bool Image_Block_Reader::read_blocks_align(Client_IO_Base* io, const Sink& sink,
   }
   Piece_Walk walk(*io);
   Piece_Layout layout;
-  if (!walk.load_layout(layout)) return false;
+  if (!walk.load_layout(layout, true)) return false;
   return walk.stream(sink, block_size ? block_size : layout.header.block_size, zeros_as_null);
 }

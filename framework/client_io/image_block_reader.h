@@ -43,6 +43,8 @@ class Image_Block_Reader {
   static bool read_blocks_align(Client_IO_Base* io, const Sink& sink, size_t block_size,
                                 bool zeros_as_null = false);
 
-  // Steps 1 and 2 only: the checked header and index of a piece freshly opened.
-  static bool read_layout(Client_IO_Base* io, Piece_Layout& layout);
+  // Steps 1 and 2 only: the checked header and index of a piece freshly opened. The
+  // index is not sealed, so with `check_key` false a sealed piece's layout can be read
+  // without its key (nothing of its data is).
+  static bool read_layout(Client_IO_Base* io, Piece_Layout& layout, bool check_key = true);
 };

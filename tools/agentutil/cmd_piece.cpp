@@ -88,7 +88,7 @@ int piece_info(const Piece_Args& a) {
   Client_IO_Ex io;
   Piece_Layout l;
   if (!open_pool(a, io, true)) return 1;
-  if (!Image_Block_Reader::read_layout(&io, l)) return cli::fail("piece " + a.piece + " is not readable");
+  if (!Image_Block_Reader::read_layout(&io, l, false)) return cli::fail("piece " + a.piece + " is not readable");
   const Piece_Summary s = summarize(l);
   const double ratio = s.stored_bytes ? double(s.data_bytes) / double(s.stored_bytes) : 0.0;
   const char* compression = compression_method_name(static_cast<Compression_Method>(l.header.compression));
