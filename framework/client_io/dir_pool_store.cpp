@@ -98,10 +98,13 @@ class Dir_Writer : public Pool_Object_Writer {
       return (error = sys_error("cannot publish", final_)), false;
     }
     committed_ = true;
-    // The rename is durable only once the directory is.
+    // The rename is durable only once the directory is; a piece whose close failed must
+    // not stay visible.
     Fd dir(::open(dir_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (dir.get() < 0 || ::fsync(dir.get()) != 0) {
-      return (error = sys_error("cannot sync directory", dir_)), false;
+      error = sys_error("cannot sync directory", dir_);
+      ::unlink(final_.c_str());
+      return false;
     }
     return true;
   }

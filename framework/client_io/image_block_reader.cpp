@@ -44,7 +44,7 @@ class Piece_Walk {
                where.c_str(), io_.last_error().c_str()));
     return false;
   }
-  // False only for an I/O error; `got` tells how much came before the end.
+  // False only for an I/O error; `short_read` tells that the piece ended first.
   bool read_exact(void* buf, size_t len, const std::string& where, bool& short_read);
   bool pread_exact(void* buf, size_t len, uint64_t offset, const std::string& where);
   bool check_header(bool check_key);
