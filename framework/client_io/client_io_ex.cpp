@@ -4,15 +4,15 @@ Client_IO_Ex::Client_IO_Ex() = default;
 // A writer still open is dropped unpublished.
 Client_IO_Ex::~Client_IO_Ex() = default;
 
-bool Client_IO_Ex::connect(const std::string& url, const Options& options) {
+bool Client_IO_Ex::connect(const std::string& url, const Options& options, Rate_Clock& clock) {
   reader_.reset();
   writer_.reset();
   std::string error;
   store_ = make_pool_store(url, options, error);
   if (!store_) return fail(error);
   options_ = options;
-  read_pace_.reset(new Rate_Limiter(options.rate_limits.src_rate_limits));
-  write_pace_.reset(new Rate_Limiter(options.rate_limits.dest_rate_limits));
+  read_pace_.reset(new Rate_Limiter(options.rate_limits.src_rate_limits, clock));
+  write_pace_.reset(new Rate_Limiter(options.rate_limits.dest_rate_limits, clock));
   last_error_.clear();
   return true;
 }

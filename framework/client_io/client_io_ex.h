@@ -24,7 +24,9 @@ class Client_IO_Ex : public Client_IO_Base {
   Client_IO_Ex();
   ~Client_IO_Ex() override;
 
-  bool connect(const std::string& url, const Options& options);
+  // `clock` paces the rate windows (tests pass their own); it must outlive the connection.
+  bool connect(const std::string& url, const Options& options,
+               Rate_Clock& clock = Rate_Clock::system());
   bool connected() const { return store_ != nullptr; }
   const Options& options() const { return options_; }
   const Options* connection_options() const override { return &options_; }

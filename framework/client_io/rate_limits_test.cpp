@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include "framework/base/temp_dir_test.h"
+#include "framework/client_io/client_io_ex.h"
+
 namespace {
 
 // Time stands still unless the throttle sleeps.
@@ -49,6 +52,26 @@ TEST(Rate_Limits, throttle_paces_bytes_to_the_window_rate_and_not_outside_it) {
   clock.slept = 0;
   limiter.throttle(1 << 30);
   EXPECT_EQ(clock.slept, 0.0);
+}
+
+// Writes go to the pool (destination windows), reads come from it (source windows).
+TEST(Rate_Limits, a_connection_paces_writes_and_reads_by_their_own_windows) {
+  au_test::Temp_Dir dir;
+  Manual_Clock clock;
+  Client_IO_Base::Options o;
+  o.rate_limits.dest_rate_limits = {{0, 0, 1000}};
+  o.rate_limits.src_rate_limits = {{0, 0, 250}};
+  Client_IO_Ex io;
+  ASSERT_TRUE(io.connect("file://" + dir.path(), o, clock)) << io.last_error();
+  const std::string data(3000, 'x');
+  ASSERT_TRUE(io.open("p", Client_IO_Base::OPEN_WRITE, 0, 0));
+  ASSERT_EQ(io.write(data.data(), data.size()), 3000);
+  ASSERT_TRUE(io.close());
+  EXPECT_DOUBLE_EQ(clock.slept, 3.0);
+  ASSERT_TRUE(io.open("p", Client_IO_Base::OPEN_READ, 0, 0));
+  char buf[1000];
+  ASSERT_EQ(io.read(buf, sizeof buf), 1000);
+  EXPECT_DOUBLE_EQ(clock.slept, 7.0);
 }
 
 }  // namespace
