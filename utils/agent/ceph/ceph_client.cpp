@@ -7,10 +7,10 @@
 #include <new>
 
 #include "framework/base/malloc_buffer.h"
-#include "framework/base/posix_error.h"
 #include "framework/base/snprintf_t.h"
 #include "framework/log/check.h"
 #include "framework/log/trace.h"
+#include "utils/agent/ceph/ceph_error.h"
 #include "utils/agent/ceph/ceph_image.h"
 #include "utils/agent/ceph/ceph_pool.h"
 #include "utils/agent/ceph/ceph_snapshot.h"
@@ -33,6 +33,15 @@ std::shared_ptr<void*> make_slot(bool close_on_destruction, Make make_releasing)
     errno = ENOMEM;
     return nullptr;
   }
+}
+
+// The pool shares the cluster handle and owns the new io context.
+void hand_io_context(const Ceph_Context& cluster, Rados_IO_Ctx_var io_ctx, Ceph_Pool& pool) {
+  Ceph_Context& ctx = pool.context();
+  ctx.img_ctx_.reset();
+  ctx.io_ctx_ = std::move(io_ctx);
+  ctx.close_on_destruction_ = cluster.close_on_destruction_;
+  ctx.ctx_ = cluster.ctx_;
 }
 
 }  // namespace
@@ -194,13 +203,17 @@ bool Ceph_Client::open_pool(const std::string& name, Ceph_Pool& pool) {
                name.c_str(), error_, error().c_str()));
     return false;
   }
-  hand_io_context(std::move(slot), pool);
+  hand_io_context(ctx_, std::move(slot), pool);
   pool.pool_name(name);
   return true;
 }
 
 bool Ceph_Client::open_pool(unsigned long id, Ceph_Pool& pool) {
-  if (!ctx_.ctx_) {
+  return open_pool_by_id(ctx_, id, pool, &error_);
+}
+
+bool open_pool_by_id(const Ceph_Context& cluster, unsigned long id, Ceph_Pool& pool, int* error) {
+  if (!cluster.ctx_) {
     ACE_ERROR((LM_ERROR,
                ACE_TEXT("Failed to connect to ceph cluster: the context wasn't initialized.\n")));
     return false;
@@ -212,30 +225,22 @@ bool Ceph_Client::open_pool(unsigned long id, Ceph_Pool& pool) {
                static_cast<ACE_UINT64>(id)));
     return false;
   }
-  Rados_IO_Ctx_var slot = make_slot(ctx_.close_on_destruction_, make_pool_var);
+  Rados_IO_Ctx_var slot = make_slot(cluster.close_on_destruction_, make_pool_var);
   if (!slot) return false;
-  error_ = rados_ioctx_create2(*ctx_.ctx_, static_cast<int64_t>(id), slot.get());
+  const int r = rados_ioctx_create2(*cluster.ctx_, static_cast<int64_t>(id), slot.get());
+  if (error != nullptr) *error = r;
   AU_DEBUG_TRACE(
-      (LM_DEBUG, ACE_TEXT("Thread %t called Client::rados_create(%@) = %d\n"), *slot, error_));
-  if (error_ != 0) {
+      (LM_DEBUG, ACE_TEXT("Thread %t called Client::rados_create(%@) = %d\n"), *slot, r));
+  if (r != 0) {
     // "%lu" is printf's, not ACE's (ACE reads %l as the line number): format it first.
     const snprintf_t<128> text(
-        "Failed to open the io context of the pool '%lu': code %d, msg %s.\n", id, error_,
-        error().c_str());
+        "Failed to open the io context of the pool '%lu': code %d, msg %s.\n", id, r,
+        Ceph_Error(r).text());
     ACE_ERROR((LM_ERROR, ACE_TEXT("%s"), text.c_str()));
     return false;
   }
-  hand_io_context(std::move(slot), pool);
+  hand_io_context(cluster, std::move(slot), pool);
   return true;
-}
-
-// The pool shares this client's cluster handle and owns the new io context.
-void Ceph_Client::hand_io_context(Rados_IO_Ctx_var io_ctx, Ceph_Pool& pool) const {
-  Ceph_Context& ctx = pool.context();
-  ctx.img_ctx_.reset();
-  ctx.io_ctx_ = std::move(io_ctx);
-  ctx.close_on_destruction_ = ctx_.close_on_destruction_;
-  ctx.ctx_ = ctx_.ctx_;
 }
 
 bool Ceph_Client::open_image(const std::string& pool_name, const std::string& img_name,
@@ -276,7 +281,7 @@ bool Ceph_Client::open_snapshot(const std::string& uri, Ceph_Snapshot& snap, boo
 }
 
 bool Ceph_Client::diff_iterate(const std::string& uri, Basic_String_Arg<char> from_snap,
-                               std::function<int(unsigned long, unsigned long, int)> cb) {
+                               Diff_Callback cb) {
   const URI_Components parts(uri);
   switch (parts.type) {
     case URI_Components::IMAGE: {
@@ -304,7 +309,7 @@ bool Ceph_Client::diff_iterate(const std::string& uri, Basic_String_Arg<char> fr
 }
 
 std::string Ceph_Client::error() const {
-  return error_ < 0 ? std::string(POSIX_Error(-error_, 0).c_str()) : std::string();
+  return error_ < 0 ? std::string(Ceph_Error(error_).text()) : std::string();
 }
 
 std::string Ceph_Client::to_uri(const std::string& pool, const std::string& img) {

@@ -1,5 +1,7 @@
 // Entry point to a Ceph cluster: the librados cluster handle for a client id, its
 // configuration and connection, and the pools, images and snapshots opened through it.
+//
+// Ownership, threads and failures: as for every Ceph object (ceph_context.h).
 #pragma once
 
 #include <functional>
@@ -10,12 +12,12 @@
 #include "framework/base/basic_string_arg.h"
 #include "framework/json/value.h"
 #include "utils/agent/ceph/ceph_context.h"
+#include "utils/agent/ceph/ceph_snapshot.h"
 
 namespace ceph {
 
 class Ceph_Pool;
 class Ceph_Image;
-class Ceph_Snapshot;
 
 class Ceph_Client {
  public:
@@ -68,8 +70,7 @@ class Ceph_Client {
   // snapshot (from from_snap, or from the creation when empty). `cb` gets offset, length
   // and whether the extent holds data, and returns non-zero to go on; 0 stops the walk,
   // which then fails (see Diff_Callback).
-  bool diff_iterate(const std::string& uri, Basic_String_Arg<char> from_snap,
-                    std::function<int(unsigned long, unsigned long, int)> cb);
+  bool diff_iterate(const std::string& uri, Basic_String_Arg<char> from_snap, Diff_Callback cb);
 
   // The text of the last librados error, "" when it was not an error.
   std::string error() const;
@@ -83,11 +84,14 @@ class Ceph_Client {
 
  private:
   bool init_cluster(Basic_String_Arg<char> id);
-  void hand_io_context(Rados_IO_Ctx_var io_ctx, Ceph_Pool& pool) const;
   bool set_config(const std::string& key, const json_spirit::Value& value, bool ignore_unknown);
 
   int error_ = 0;
   Ceph_Context ctx_;
 };
+
+// The opening step of Ceph_Client::open_pool(id), for holders of a cluster handle (a pool
+// looking up the pool of an image's group): the same lines, librados' result in `error`.
+bool open_pool_by_id(const Ceph_Context& cluster, unsigned long id, Ceph_Pool& pool, int* error);
 
 }  // namespace ceph

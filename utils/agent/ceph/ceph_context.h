@@ -1,6 +1,11 @@
 // Shared ownership of the librados/librbd handles that Ceph objects work on. Every
 // client, pool, image, snapshot and group holds a copy; a handle is released when its
-// last owner goes.
+// last owner goes, in the order image, pool, cluster.
+//
+// For every Ceph object (client, pool, image, snapshot, group): the caller owns it; one
+// thread at a time per object, while objects that share handles may be used on different
+// threads (librados and librbd are thread-safe); every operation returns its failure
+// value after one log line and leaves the object as it was; nothing throws.
 #pragma once
 
 #include <memory>

@@ -5,12 +5,13 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "framework/base/posix_error.h"
 #include "framework/log/check.h"
+#include "utils/agent/ceph/ceph_error.h"
 #include "utils/agent/ceph/ceph_image.h"
 #include "utils/agent/ceph/ceph_pool.h"
 #include "utils/agent/ceph/ceph_symbols.h"
 #include "utils/agent/ceph/librbd_wrapper.h"
+#include "utils/agent/ceph/rbd_handle.h"
 #include "utils/agent/ceph/uri_components.h"
 
 namespace ceph {
@@ -21,8 +22,6 @@ namespace {
 constexpr size_t GROUP_SNAP_INFO_SIZE = 16;
 static_assert(sizeof(rbd_group_snap_info_t) == GROUP_SNAP_INFO_SIZE, "librbd layout changed");
 constexpr size_t GROUP_IMAGE_INFO_SIZE = sizeof(rbd_group_image_info_t);
-
-std::string errno_text(int positive_code) { return POSIX_Error(positive_code, 0).str(); }
 
 // The image object's own pool context, checked under the name callers know it by.
 bool lacks_pool_context(Ceph_Image& img) {
@@ -46,8 +45,9 @@ bool Ceph_Group::create_snapshot(const std::string& snap_name) {
   if (AU_IS_NULL(ctx_.io_ctx_)) return false;
   const int r = rbd_group_snap_create(*ctx_.io_ctx_, group_name_.c_str(), snap_name.c_str());
   if (r < 0) {
+    const Ceph_Error e(r);
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to create group snapshot %s: code %d, err %s\n"),
-               snap_name.c_str(), -r, errno_text(-r).c_str()));
+               snap_name.c_str(), e.code, e.text()));
     return false;
   }
   return true;
@@ -67,10 +67,9 @@ bool Ceph_Group::add_image(std::string image_name) {
   if (AU_CEPH_LACKS_SYMBOL(rbd_group_image_add)) return false;
   if (AU_IS_EMPTY(image_name)) return false;
   if (AU_IS_NULL(ctx_.io_ctx_)) return false;
-  Ceph_Pool pool(ctx_);
-  pool.pool_name(pool_name_);
   Ceph_Image image;
-  return pool.open_image(image_part(image_name), image, false) && add_image(image);
+  return rbd_handle::open_image(ctx_, pool_name_, image_part(image_name), false, image) &&
+         add_image(image);
 }
 
 bool Ceph_Group::add_image(Ceph_Image& img) {
@@ -80,8 +79,9 @@ bool Ceph_Group::add_image(Ceph_Image& img) {
   const int r = rbd_group_image_add(*ctx_.io_ctx_, group_name_.c_str(), *img.context().io_ctx_,
                                     img.image_name().c_str());
   if (r < 0) {
+    const Ceph_Error e(r);
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to add image %s to group %s: code %d, err %s\n"),
-               img.image_name().c_str(), group_name_.c_str(), -r, errno_text(-r).c_str()));
+               img.image_name().c_str(), group_name_.c_str(), e.code, e.text()));
     return false;
   }
   return true;
@@ -91,10 +91,9 @@ bool Ceph_Group::remove_image(const std::string& image_name) {
   if (AU_CEPH_LACKS_SYMBOL(rbd_group_image_remove)) return false;
   if (AU_IS_EMPTY(image_name)) return false;
   if (AU_IS_NULL(ctx_.io_ctx_)) return false;
-  Ceph_Pool pool(ctx_);
-  pool.pool_name(pool_name_);
   Ceph_Image image;
-  return pool.open_image(image_part(image_name), image, false) && remove_image(image);
+  return rbd_handle::open_image(ctx_, pool_name_, image_part(image_name), false, image) &&
+         remove_image(image);
 }
 
 bool Ceph_Group::remove_image(Ceph_Image& img) {
@@ -104,8 +103,9 @@ bool Ceph_Group::remove_image(Ceph_Image& img) {
   const int r = rbd_group_image_remove(*ctx_.io_ctx_, group_name_.c_str(), *img.context().io_ctx_,
                                        img.image_name().c_str());
   if (r < 0) {
+    const Ceph_Error e(r);
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to remove image %s from group %s: code %d, err %s\n"),
-               img.image_name().c_str(), group_name_.c_str(), -r, errno_text(-r).c_str()));
+               img.image_name().c_str(), group_name_.c_str(), e.code, e.text()));
     return false;
   }
   return true;
@@ -125,8 +125,9 @@ bool Ceph_Group::list_snapshot(std::vector<Group_Snapshot_Info>& snapshots) {
                             GROUP_SNAP_INFO_SIZE, &count);
   }
   if (r < 0) {
+    const Ceph_Error e(r);
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to list group snapshots of group %s: code %d, err %s\n"),
-               group_name_.c_str(), -r, errno_text(-r).c_str()));
+               group_name_.c_str(), e.code, e.text()));
     return false;
   }
   count = std::min(count, entries.size());
@@ -156,8 +157,9 @@ bool Ceph_Group::list_image(std::vector<Image_Spec>& images) {
                              GROUP_IMAGE_INFO_SIZE, &count);
   }
   if (r < 0) {
+    const Ceph_Error e(r);
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to list images of group %s: code %d, err %s\n"),
-               group_name_.c_str(), -r, errno_text(-r).c_str()));
+               group_name_.c_str(), e.code, e.text()));
     return false;
   }
   count = std::min(count, entries.size());
@@ -178,8 +180,9 @@ bool Ceph_Group::rename(const std::string& new_name) {
   if (AU_IS_NULL(ctx_.io_ctx_)) return false;
   const int r = rbd_group_rename(*ctx_.io_ctx_, group_name_.c_str(), new_name.c_str());
   if (r < 0) {
+    const Ceph_Error e(r);
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to rename group %s to %s: code %d, err %s\n"),
-               group_name_.c_str(), new_name.c_str(), -r, errno_text(-r).c_str()));
+               group_name_.c_str(), new_name.c_str(), e.code, e.text()));
     return false;
   }
   group_name_ = new_name;

@@ -1,6 +1,8 @@
 // An RBD consistency group in one pool: member images, group snapshots, renaming.
 // Every group function of librbd is optional; each operation fails with a
 // "Failed to get symbol ..." line when the loaded librbd lacks it.
+//
+// Ownership, threads and failures: as for every Ceph object (ceph_context.h).
 #pragma once
 
 #include <string>

@@ -8,11 +8,11 @@
 #include <utility>
 
 #include "framework/base/malloc_buffer.h"
-#include "framework/base/posix_error.h"
 #include "framework/log/check.h"
 #include "framework/log/trace.h"
-#include "utils/agent/ceph/ceph_pool.h"
+#include "utils/agent/ceph/ceph_error.h"
 #include "utils/agent/ceph/librbd_wrapper.h"
+#include "utils/agent/ceph/rbd_handle.h"
 #include "utils/agent/ceph/uri_components.h"
 
 namespace ceph {
@@ -26,13 +26,6 @@ constexpr int ZEROING_OP_FLAGS = LIBRADOS_OP_FLAG_FADVISE_SEQUENTIAL;
 constexpr uint64_t ZERO_BUFFER_SIZE = 512;
 
 rbd_image_t image_of(const Ceph_Context& ctx) { return static_cast<rbd_image_t>(*ctx.img_ctx_); }
-
-// Positive code and its text for "code %d, msg %s" / "err %d, msg %s".
-struct Ceph_Error {
-  explicit Ceph_Error(int negative) : code(-negative), text(-negative) {}
-  int code;
-  POSIX_Error text;
-};
 
 }  // namespace
 
@@ -85,15 +78,14 @@ bool Ceph_Image::list_snapshot(std::vector<Snapshot_Info>& snapshots) {
   }
   const Ceph_Error e(r);
   ACE_ERROR((LM_ERROR, "Failed to list snapshots of image '%s': code %d, msg %s.\n",
-             image_name_.c_str(), e.code, e.text.c_str()));
+             image_name_.c_str(), e.code, e.text()));
   return false;
 }
 
 bool Ceph_Image::open_snapshot(const std::string& snap_name, Ceph_Snapshot& snapshot,
                                bool read_only) {
-  Ceph_Pool pool(ctx_);
-  pool.pool_name(pool_name_);
-  return pool.open_snapshot(image_name_, snap_name, snapshot, read_only);
+  return rbd_handle::open_snapshot(ctx_, pool_name_, image_name_, snap_name, read_only, snapshot,
+                                   nullptr);
 }
 
 bool Ceph_Image::new_snapshot(const std::string& snap_name, Ceph_Snapshot& snapshot) {
@@ -102,7 +94,7 @@ bool Ceph_Image::new_snapshot(const std::string& snap_name, Ceph_Snapshot& snaps
   if (r < 0) {
     const Ceph_Error e(r);
     ACE_ERROR((LM_ERROR, "Failed to create snapshot %s for image %s: err %d, msg %s.\n",
-               snap_name.c_str(), image_name_.c_str(), e.code, e.text.c_str()));
+               snap_name.c_str(), image_name_.c_str(), e.code, e.text()));
     return false;
   }
   return open_snapshot(snap_name, snapshot, true);
@@ -118,11 +110,9 @@ bool Ceph_Image::is_snapshot_exist(const std::string& snap_name, bool& exists) {
     if (r >= 0) exists = found;
   } else {
     // Older librbd: try to open it.
-    Ceph_Pool pool(ctx_);
-    pool.pool_name(pool_name_);
     Ceph_Snapshot probe;
-    r = -EINVAL;  // unless the pool reports librbd's answer
-    if (pool.open_snapshot(image_name_, snap_name, probe, true, &r))
+    r = -EINVAL;  // unless the opener reports librbd's answer
+    if (rbd_handle::open_snapshot(ctx_, pool_name_, image_name_, snap_name, true, probe, &r))
       exists = true, r = 0;
     else if (r == -ENOENT)
       r = 0;
@@ -131,7 +121,7 @@ bool Ceph_Image::is_snapshot_exist(const std::string& snap_name, bool& exists) {
     const Ceph_Error e(r);
     ACE_ERROR((LM_ERROR,
                "Failed to check whether snapshot %s of image '%s' exists: code %d, msg %s.\n",
-               snap_name.c_str(), image_name_.c_str(), e.code, e.text.c_str()));
+               snap_name.c_str(), image_name_.c_str(), e.code, e.text()));
     return false;
   }
   return true;
@@ -142,15 +132,14 @@ bool Ceph_Image::rollback(const std::string& snap_name, Progress_Callback progre
   int r;
   if (progress) {
     if (AU_CEPH_LACKS_SYMBOL(rbd_snap_rollback_with_progress)) return false;
-    r = rbd_snap_rollback_with_progress(image_of(ctx_), snap_name.c_str(), progress_cb,
-                                        &progress);
+    r = rbd_snap_rollback_with_progress(image_of(ctx_), snap_name.c_str(), progress_cb, &progress);
   } else {
     r = rbd_snap_rollback(image_of(ctx_), snap_name.c_str());
   }
   if (r < 0) {
     const Ceph_Error e(r);
     ACE_ERROR((LM_ERROR, "Failed to rollback image '%s' to snapshot %s: err %d, msg %s.\n",
-               image_name_.c_str(), snap_name.c_str(), e.code, e.text.c_str()));
+               image_name_.c_str(), snap_name.c_str(), e.code, e.text()));
     return false;
   }
   return true;
@@ -193,12 +182,12 @@ bool Ceph_Image::remove_snapshot(const std::string& snap_name, int flags) {
                     ? rbd_snap_remove2(image_of(ctx_), snap_name.c_str(),
                                        static_cast<uint32_t>(flags), dummy_progress_fn, nullptr)
                     : rbd_snap_remove(image_of(ctx_), snap_name.c_str());
-  AU_DEBUG_TRACE((LM_DEBUG, "Thread %t called rbd_snap_remove(%@, \"%s\") = %d\n",
-                  *ctx_.img_ctx_, snap_name.c_str(), r));
+  AU_DEBUG_TRACE((LM_DEBUG, "Thread %t called rbd_snap_remove(%@, \"%s\") = %d\n", *ctx_.img_ctx_,
+                  snap_name.c_str(), r));
   if (r < 0) {
     const Ceph_Error e(r);
     ACE_ERROR((LM_ERROR, "Failed to remove snapshot %s for image %s: err %d, msg %s.\n",
-               snap_name.c_str(), image_name_.c_str(), e.code, e.text.c_str()));
+               snap_name.c_str(), image_name_.c_str(), e.code, e.text()));
     return false;
   }
   return true;
@@ -214,7 +203,7 @@ bool Ceph_Image::snap_is_protected(const std::string& snap_name) {
     ACE_ERROR((LM_ERROR,
                "Failed to check whether snapshot %s of image '%s' is protected: code %d, msg "
                "%s.\n",
-               snap_name.c_str(), image_name_.c_str(), e.code, e.text.c_str()));
+               snap_name.c_str(), image_name_.c_str(), e.code, e.text()));
     return false;
   }
   return is_protected != 0;
@@ -227,9 +216,10 @@ int Ceph_Image::get_snap_namespace_type(uint64_t snap_id) {
   const int r = rbd_snap_get_namespace_type(image_of(ctx_), snap_id, &type);
   if (r < 0) {
     const Ceph_Error e(r);
-    ACE_ERROR((LM_ERROR, "Failed to get namespace type of snapshot %Q of image '%s': code %d, "
-                         "msg %s.\n",
-               snap_id, image_name_.c_str(), e.code, e.text.c_str()));
+    ACE_ERROR((LM_ERROR,
+               "Failed to get namespace type of snapshot %Q of image '%s': code %d, "
+               "msg %s.\n",
+               snap_id, image_name_.c_str(), e.code, e.text()));
     return r;
   }
   return static_cast<int>(type);
@@ -239,12 +229,12 @@ int Ceph_Image::get_snap_namespace_type(uint64_t snap_id) {
 
 bool Ceph_Image::stat(Snapshot_Stat& out) {
   if (AU_IS_NULL(ctx_.img_ctx_)) return false;
-  return Ceph_Snapshot::stat(ctx_, out);
+  return rbd_handle::stat(ctx_, out);
 }
 
 uint64_t Ceph_Image::size() {
   if (AU_IS_NULL(ctx_.img_ctx_)) return 0;
-  return Ceph_Snapshot::size(ctx_);
+  return rbd_handle::size(ctx_);
 }
 
 bool Ceph_Image::diff_iterate(const Diff_Callback& cb) {
@@ -254,17 +244,15 @@ bool Ceph_Image::diff_iterate(const Diff_Callback& cb) {
                image_name_.c_str()));
     return false;
   }
-  return Ceph_Snapshot::diff_iterate(ctx_, Basic_String_Arg<char>(), cb, 0, info.size, true,
-                                     false);
+  return rbd_handle::diff_iterate(ctx_, Basic_String_Arg<char>(), cb, 0, info.size, true, false);
 }
 
-bool Ceph_Image::get_changed_blocks(const std::string& from_snap, Blocks& blocks,
-                                    int power_of_2, Range range, bool ignore_file_hole,
+bool Ceph_Image::get_changed_blocks(const std::string& from_snap, Blocks& blocks, int power_of_2,
+                                    Range range, bool ignore_file_hole,
                                     Cancel_Callback cancel_callback) {
   if (AU_IS_NULL(ctx_.img_ctx_)) return false;
-  return Ceph_Snapshot::get_changed_blocks(ctx_, from_snap, blocks, power_of_2, range,
-                                           ignore_file_hole, std::move(cancel_callback), true,
-                                           false);
+  return rbd_handle::get_changed_blocks(ctx_, from_snap, blocks, power_of_2, range,
+                                        ignore_file_hole, std::move(cancel_callback), true, false);
 }
 
 bool Ceph_Image::resize(uint64_t size, bool allow_shrink, Progress_Callback progress) {
@@ -278,12 +266,11 @@ bool Ceph_Image::resize(uint64_t size, bool allow_shrink, Progress_Callback prog
   } else {
     r = rbd_resize(image_of(ctx_), size);
   }
-  AU_DEBUG_TRACE((LM_DEBUG, "Thread %t called rbd_resize(%@, %Q) = %d\n", *ctx_.img_ctx_, size,
-                  r));
+  AU_DEBUG_TRACE((LM_DEBUG, "Thread %t called rbd_resize(%@, %Q) = %d\n", *ctx_.img_ctx_, size, r));
   if (r < 0) {
     const Ceph_Error e(r);
     ACE_ERROR((LM_ERROR, "Failed to resize image '%s' to %Q: err %d, msg %s.\n",
-               image_name_.c_str(), size, e.code, e.text.c_str()));
+               image_name_.c_str(), size, e.code, e.text()));
     return false;
   }
   return true;
@@ -293,17 +280,17 @@ bool Ceph_Image::resize(uint64_t size, bool allow_shrink, Progress_Callback prog
 
 int Ceph_Image::read(uint64_t ofs, uint64_t len, char* buf, int op_flags) {
   if (AU_IS_NULL(ctx_.img_ctx_)) return -EINVAL;
-  return Ceph_Snapshot::read(ctx_, ofs, len, buf, op_flags);
+  return rbd_handle::read(ctx_, ofs, len, buf, op_flags);
 }
 
 int Ceph_Image::write(uint64_t ofs, uint64_t len, const char* buf, int op_flags) {
   if (AU_IS_NULL(ctx_.img_ctx_)) return -EINVAL;
-  return Ceph_Snapshot::write(ctx_, ofs, len, buf, op_flags);
+  return rbd_handle::write(ctx_, ofs, len, buf, op_flags);
 }
 
 bool Ceph_Image::flush() {
   if (AU_IS_NULL(ctx_.img_ctx_)) return false;
-  return Ceph_Snapshot::flush(ctx_);
+  return rbd_handle::flush(ctx_);
 }
 
 int Ceph_Image::write_zeroes(uint64_t ofs, uint64_t len) {
@@ -346,33 +333,33 @@ int Ceph_Image::write_zeroes_from_buffer(uint64_t ofs, uint64_t len) {
 
 bool Ceph_Image::get_features(uint64_t& features) {
   if (AU_IS_NULL(ctx_.img_ctx_)) return false;
-  return Ceph_Snapshot::get_features(ctx_, features);
+  return rbd_handle::get_features(ctx_, features);
 }
 
 int Ceph_Image::update_features(uint64_t features, bool enabled) {
   if (AU_IS_NULL(ctx_.img_ctx_)) return -1;
-  return Ceph_Snapshot::update_features(ctx_, features, enabled);
+  return rbd_handle::update_features(ctx_, features, enabled);
 }
 
 uint64_t Ceph_Image::get_stripe_unit() {
   if (AU_IS_NULL(ctx_.img_ctx_)) return 0;
-  return Ceph_Snapshot::get_stripe_unit(ctx_);
+  return rbd_handle::get_stripe_unit(ctx_);
 }
 
 uint64_t Ceph_Image::get_stripe_count() {
   if (AU_IS_NULL(ctx_.img_ctx_)) return 0;
-  return Ceph_Snapshot::get_stripe_count(ctx_);
+  return rbd_handle::get_stripe_count(ctx_);
 }
 
 bool Ceph_Image::get_group(Group_Info& group) {
   if (AU_IS_NULL(ctx_.img_ctx_)) return false;
-  return Ceph_Snapshot::get_group(ctx_, group);
+  return rbd_handle::get_group(ctx_, group);
 }
 
 bool Ceph_Image::get_stripe_info(uint64_t& stripe_unit, uint64_t& stripe_count) {
   if (AU_IS_NULL(ctx_.img_ctx_)) return false;
-  stripe_unit = Ceph_Snapshot::get_stripe_unit(ctx_);
-  stripe_count = Ceph_Snapshot::get_stripe_count(ctx_);
+  stripe_unit = rbd_handle::get_stripe_unit(ctx_);
+  stripe_count = rbd_handle::get_stripe_count(ctx_);
   return stripe_unit != 0 && stripe_count != 0;
 }
 
@@ -399,7 +386,7 @@ bool Ceph_Image::list_metadatas(std::map<std::string, std::string>& metadatas) {
   if (r < 0 || (keys_len > keys.size() || values_len > values.size())) {
     const Ceph_Error e(r < 0 ? r : -ERANGE);
     ACE_ERROR((LM_ERROR, "Failed to list metadatas of image '%s': code %d, msg %s.\n",
-               image_name_.c_str(), e.code, e.text.c_str()));
+               image_name_.c_str(), e.code, e.text()));
     return false;
   }
   // Consecutive NUL-terminated strings, paired in order; never read past either buffer.
@@ -426,7 +413,7 @@ bool Ceph_Image::get_metadata(const std::string& key, std::string& value) {
   if (r != -ERANGE) {
     const Ceph_Error e(r);
     ACE_ERROR((LM_ERROR, "Failed to get metadata of image '%s': code %d, msg %s.\n",
-               image_name_.c_str(), e.code, e.text.c_str()));
+               image_name_.c_str(), e.code, e.text()));
     return false;
   }
   if (AU_FAILS_IF(val_len, <=, 0)) return false;
@@ -435,7 +422,7 @@ bool Ceph_Image::get_metadata(const std::string& key, std::string& value) {
   if (r < 0) {
     const Ceph_Error e(r);
     ACE_ERROR((LM_ERROR, "Failed to get metadata of image '%s': code %d, msg %s.\n",
-               image_name_.c_str(), e.code, e.text.c_str()));
+               image_name_.c_str(), e.code, e.text()));
     return false;
   }
   buffer.resize(strnlen(buffer.c_str(), buffer.size()));
@@ -458,7 +445,7 @@ bool Ceph_Image::set_metadata(const std::string& key, const std::string& value) 
   if (r < 0) {
     const Ceph_Error e(r);
     ACE_ERROR((LM_ERROR, "Failed to set metadata of image '%s': code %d, msg %s.\n",
-               image_name_.c_str(), e.code, e.text.c_str()));
+               image_name_.c_str(), e.code, e.text()));
     return false;
   }
   return true;
@@ -471,7 +458,7 @@ bool Ceph_Image::remove_metadata(const std::string& key) {
   if (r < 0) {
     const Ceph_Error e(r);
     ACE_ERROR((LM_ERROR, "Failed to remove metadata of image '%s': code %d, msg %s.\n",
-               image_name_.c_str(), e.code, e.text.c_str()));
+               image_name_.c_str(), e.code, e.text()));
     return false;
   }
   return true;

@@ -1,5 +1,7 @@
 // An open RBD image head: data access, zeroing, resize, rollback, snapshots (create, list,
 // check, remove, purge), changed extents, layout queries and image metadata.
+//
+// Ownership, threads and failures: as for every Ceph object (ceph_context.h).
 #pragma once
 
 #include <cstdint>

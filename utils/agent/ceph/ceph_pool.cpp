@@ -6,33 +6,21 @@
 #include <cerrno>
 #include <cstring>
 
-#include "framework/base/posix_error.h"
 #include "framework/log/check.h"
 #include "framework/log/trace.h"
 #include "utils/agent/ceph/ceph_client.h"
+#include "utils/agent/ceph/ceph_error.h"
 #include "utils/agent/ceph/ceph_group.h"
 #include "utils/agent/ceph/ceph_image.h"
 #include "utils/agent/ceph/ceph_snapshot.h"
 #include "utils/agent/ceph/ceph_symbols.h"
 #include "utils/agent/ceph/librados_wrapper.h"
 #include "utils/agent/ceph/librbd_wrapper.h"
+#include "utils/agent/ceph/rbd_handle.h"
 
 namespace ceph {
 
 namespace {
-
-const char* errno_text(int positive_code, std::string& keep) {
-  keep = POSIX_Error(positive_code, 0).str();
-  return keep.c_str();
-}
-
-// Opens `name` (at `snap_name`, or the head when null) into `slot`: read-only opens skip
-// the header watch, so they never make the image busy for a writer or a remover.
-int open_rbd_image(void* io, const char* name, void** slot, const char* snap_name, bool read_only) {
-  if (read_only && rbd_open_read_only != nullptr)
-    return rbd_open_read_only(io, name, slot, snap_name);
-  return rbd_open(io, name, slot, snap_name);
-}
 
 // Lists that librbd fills only when given enough room: each round learns the size
 // needed; the contents may grow between rounds (another client), hence a few rounds.
@@ -59,21 +47,22 @@ bool Ceph_Pool::list_image(std::vector<Image_Spec>& images) {
   }
   if (rbd_list2 != nullptr && rbd_image_spec_list_cleanup != nullptr) return list_image2(images);
 
-  std::string text;
   size_t size = 0;
   int r = rbd_list(*ctx_.io_ctx_, nullptr, &size);
   if (r < 0 && r != -ERANGE) {
+    const Ceph_Error e(r);
     errno = -r;
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to list images of the pool '%s': code %d, msg %m.\n"),
-               pool_name_.c_str(), -r, errno_text(-r, text)));
+               pool_name_.c_str(), e.code, e.text()));
     return false;
   }
   std::vector<char> buf(size + 1, '\0');
   r = rbd_list(*ctx_.io_ctx_, buf.data(), &size);
   if (r < 0) {
+    const Ceph_Error e(r);
     errno = -r;
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to list images of the pool '%s': code %d, msg %m.\n"),
-               pool_name_.c_str(), -r, errno_text(-r, text)));
+               pool_name_.c_str(), e.code, e.text()));
     return false;
   }
   const char* end = buf.data() + std::min(size, buf.size() - 1);
@@ -104,10 +93,10 @@ bool Ceph_Pool::list_image2(std::vector<Image_Spec>& images) {
     r = rbd_list2(*ctx_.io_ctx_, listed.data(), &count);
   }
   if (r < 0) {
-    std::string text;
+    const Ceph_Error e(r);
     errno = -r;
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to list images of the pool '%s': code %d, msg %m.\n"),
-               pool_name_.c_str(), -r, errno_text(-r, text)));
+               pool_name_.c_str(), e.code, e.text()));
     return false;
   }
   images.reserve(images.size() + count);
@@ -122,57 +111,12 @@ bool Ceph_Pool::list_image2(std::vector<Image_Spec>& images) {
 }
 
 bool Ceph_Pool::open_image(const std::string& name, Ceph_Image& image, bool read_only) {
-  if (!ctx_.io_ctx_) {
-    ACE_ERROR((LM_ERROR, ACE_TEXT("Unable to open image '%s': io context wasn't opened.\n"),
-               name.c_str()));
-    return false;
-  }
-  Rbd_Image_var slot = make_image_var();
-  const int r = open_rbd_image(*ctx_.io_ctx_, name.c_str(), slot.get(), nullptr, read_only);
-  AU_DEBUG_TRACE((LM_DEBUG, ACE_TEXT("Thread %t called Image::rbd_open(%@) = %d\n"), *slot, r));
-  if (r < 0) {
-    std::string text;
-    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to open image '%s': code %d, msg %s.\n"), name.c_str(),
-               -r, errno_text(-r, text)));
-    return false;
-  }
-  Ceph_Context ctx(ctx_);
-  ctx.img_ctx_ = std::move(slot);
-  image.context() = std::move(ctx);
-  image.pool_name(pool_name_);
-  image.image_name(name);
-  return true;
+  return rbd_handle::open_image(ctx_, pool_name_, name, read_only, image);
 }
 
 bool Ceph_Pool::open_snapshot(const std::string& img_name, const std::string& snap_name,
                               Ceph_Snapshot& snap, bool read_only, int* error) {
-  if (error != nullptr) *error = -EINVAL;
-  if (AU_IS_EMPTY(img_name)) return false;
-  if (AU_IS_EMPTY(snap_name)) return false;
-  if (!ctx_.io_ctx_) {
-    ACE_ERROR((LM_ERROR,
-               ACE_TEXT("Failed to open snapshot '%s' of image '%s': target pool is not opened.\n"),
-               snap_name.c_str(), img_name.c_str()));
-    return false;
-  }
-  Rbd_Image_var slot = make_snapshot_var();
-  const int r =
-      open_rbd_image(*ctx_.io_ctx_, img_name.c_str(), slot.get(), snap_name.c_str(), read_only);
-  if (error != nullptr) *error = r;
-  AU_DEBUG_TRACE((LM_DEBUG, ACE_TEXT("Thread %t called Snapshot::rbd_open(%@) = %d\n"), *slot, r));
-  if (r < 0) {
-    std::string text;
-    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to open snapshot '%s' of image '%s': code %d, msg %s.\n"),
-               snap_name.c_str(), img_name.c_str(), -r, errno_text(-r, text)));
-    return false;
-  }
-  Ceph_Context ctx(ctx_);
-  ctx.img_ctx_ = std::move(slot);
-  snap.context() = std::move(ctx);
-  snap.pool_name(pool_name_);
-  snap.image_name(img_name);
-  snap.snapshot_name(snap_name);
-  return true;
+  return rbd_handle::open_snapshot(ctx_, pool_name_, img_name, snap_name, read_only, snap, error);
 }
 
 bool Ceph_Pool::new_image(const std::string& name, unsigned long size, Ceph_Image& image,
@@ -187,9 +131,9 @@ bool Ceph_Pool::new_image(const std::string& name, unsigned long size, Ceph_Imag
                                        : rbd_create3(*ctx_.io_ctx_, name.c_str(), size, features,
                                                      &order, stripe_unit, stripe_count);
   if (r != 0) {
-    std::string text;
+    const Ceph_Error e(r);
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to create image '%s': code %d, msg %s.\n"), name.c_str(),
-               r, errno_text(-r, text)));
+               r, e.text()));
     return false;
   }
   return open_image(name, image, read_only);
@@ -202,10 +146,10 @@ std::string group_of_image(Ceph_Pool& pool, const std::string& img_name) {
   Ceph_Image image;
   Group_Info group;
   if (!pool.open_image(img_name, image, false) || !image.get_group(group)) return "";
-  Ceph_Client client(pool.context());
   Ceph_Pool group_pool;
   std::string group_pool_name;
-  if (!client.open_pool(group.pool_id, group_pool) || !group_pool.get_pool_name(group_pool_name))
+  if (!open_pool_by_id(pool.context(), group.pool_id, group_pool, nullptr) ||
+      !group_pool.get_pool_name(group_pool_name))
     return "";
   return group_pool_name + "/" + group.name;
 }
@@ -251,9 +195,9 @@ bool Ceph_Pool::remove_image(const std::string& img_name, bool purge_snapshots) 
                     *ctx_.io_ctx_, img_name.c_str(), r));
     if (r >= 0) return true;
   }
-  std::string text;
+  const Ceph_Error e(r);
   ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to remove image '%s': code %d, msg %s.\n"),
-             img_name.c_str(), -r, errno_text(-r, text)));
+             img_name.c_str(), e.code, e.text()));
   return false;
 }
 
@@ -273,9 +217,9 @@ bool Ceph_Pool::new_group(const std::string& group_name, Ceph_Group& group) {
   if (AU_IS_NULL(ctx_.io_ctx_)) return false;
   const int r = rbd_group_create(*ctx_.io_ctx_, group_name.c_str());
   if (r < 0) {
-    std::string text;
+    const Ceph_Error e(r);
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to create group '%s': code %d, msg %s.\n"),
-               group_name.c_str(), -r, errno_text(-r, text)));
+               group_name.c_str(), e.code, e.text()));
     return false;
   }
   return fill_group(group_name, group);
@@ -319,9 +263,8 @@ bool Ceph_Pool::list_group(std::set<std::string>& groups) {
     r = rbd_group_list(*ctx_.io_ctx_, names.data(), &size);
   }
   if (r < 0) {
-    std::string text;
-    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to list groups: code %d, msg %s.\n"), -r,
-               errno_text(-r, text)));
+    const Ceph_Error e(r);
+    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to list groups: code %d, msg %s.\n"), e.code, e.text()));
     return false;
   }
   const char* end = names.data() + std::min(static_cast<size_t>(r), names.size());
@@ -351,9 +294,9 @@ bool Ceph_Pool::remove_group(const std::string& group_name) {
     return false;
   }
   if (r < 0) {
-    std::string text;
+    const Ceph_Error e(r);
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to remove group '%s': code %d, msg %s.\n"),
-               group_name.c_str(), -r, errno_text(-r, text)));
+               group_name.c_str(), e.code, e.text()));
     return false;
   }
   return true;
@@ -373,9 +316,9 @@ bool Ceph_Pool::get_pool_name(std::string& name) {
     r = rados_ioctx_get_pool_name(*ctx_.io_ctx_, buf.data(), static_cast<unsigned>(buf.size()));
   }
   if (r < 0) {
-    std::string text;
-    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to get pool name: code %d, msg %s.\n"), -r,
-               errno_text(-r, text)));
+    const Ceph_Error e(r);
+    ACE_ERROR(
+        (LM_ERROR, ACE_TEXT("Failed to get pool name: code %d, msg %s.\n"), e.code, e.text()));
     return false;
   }
   name.assign(buf.data(), strnlen(buf.data(), std::min(static_cast<size_t>(r), buf.size())));
@@ -398,9 +341,9 @@ bool Ceph_Pool::list_metadatas(std::map<std::string, std::string>& metadatas) {
                                &values_len);
   }
   if (r < 0) {
-    std::string text;
+    const Ceph_Error e(r);
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to list metadatas of pool '%s': code %d, msg %s.\n"),
-               pool_name_.c_str(), -r, errno_text(-r, text)));
+               pool_name_.c_str(), e.code, e.text()));
     return false;
   }
   // Consecutive NUL-terminated keys and values, paired in order.
@@ -423,21 +366,22 @@ bool Ceph_Pool::list_metadatas(std::map<std::string, std::string>& metadatas) {
 bool Ceph_Pool::get_metadata(const std::string& key, std::string& value) {
   if (AU_IS_NULL(ctx_.io_ctx_)) return false;
   if (AU_CEPH_LACKS_SYMBOL(rbd_pool_metadata_get)) return false;
-  std::string text;
   char probe = '\0';
   size_t val_len = 0;
   int r = rbd_pool_metadata_get(*ctx_.io_ctx_, key.c_str(), &probe, &val_len);
   if (r < 0 && r != -ERANGE) {
+    const Ceph_Error e(r);
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to get metadata of pool '%s': code %d, msg %s.\n"),
-               pool_name_.c_str(), -r, errno_text(-r, text)));
+               pool_name_.c_str(), e.code, e.text()));
     return false;
   }
   if (AU_FAILS_IF(val_len, <=, 0)) return false;
   std::vector<char> buf(val_len, '\0');
   r = rbd_pool_metadata_get(*ctx_.io_ctx_, key.c_str(), buf.data(), &val_len);
   if (r < 0) {
+    const Ceph_Error e(r);
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to get metadata of pool '%s': code %d, msg %s.\n"),
-               pool_name_.c_str(), -r, errno_text(-r, text)));
+               pool_name_.c_str(), e.code, e.text()));
     return false;
   }
   value.assign(buf.data(), strnlen(buf.data(), buf.size()));
@@ -449,9 +393,9 @@ bool Ceph_Pool::set_metadata(const std::string& key, const std::string& value) {
   if (AU_CEPH_LACKS_SYMBOL(rbd_pool_metadata_set)) return false;
   const int r = rbd_pool_metadata_set(*ctx_.io_ctx_, key.c_str(), value.c_str());
   if (r < 0) {
-    std::string text;
+    const Ceph_Error e(r);
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to set metadata of pool '%s': code %d, msg %s.\n"),
-               pool_name_.c_str(), -r, errno_text(-r, text)));
+               pool_name_.c_str(), e.code, e.text()));
     return false;
   }
   return true;
@@ -462,9 +406,9 @@ bool Ceph_Pool::remove_metadata(const std::string& key) {
   if (AU_CEPH_LACKS_SYMBOL(rbd_pool_metadata_remove)) return false;
   const int r = rbd_pool_metadata_remove(*ctx_.io_ctx_, key.c_str());
   if (r < 0) {
-    std::string text;
+    const Ceph_Error e(r);
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to remove metadata of pool '%s': code %d, msg %s.\n"),
-               pool_name_.c_str(), -r, errno_text(-r, text)));
+               pool_name_.c_str(), e.code, e.text()));
     return false;
   }
   return true;

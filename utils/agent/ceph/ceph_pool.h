@@ -1,5 +1,7 @@
 // An open RADOS pool: the factory for the images, snapshots and consistency groups in it,
 // plus image listing and removal and the pool's RBD metadata.
+//
+// Ownership, threads and failures: as for every Ceph object (ceph_context.h).
 #pragma once
 
 #include <map>

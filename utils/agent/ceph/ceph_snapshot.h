@@ -1,5 +1,7 @@
 // An open RBD snapshot, and the queries that serve any open image or snapshot through its
 // Ceph_Context: changed-extent extraction, data access, size, features, stripes, group.
+//
+// Ownership, threads and failures: as for every Ceph object (ceph_context.h).
 #pragma once
 
 #include <cstdint>

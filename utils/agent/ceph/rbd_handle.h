@@ -1,0 +1,62 @@
+// Everything done on an open librbd image handle, in one place. Ceph_Image (the head) and
+// Ceph_Snapshot (an image opened at a snapshot, and its static forms over any context) call
+// these; the pool, the image and the group open handles through open_image/open_snapshot
+// instead of building each other.
+//
+// Each function takes the shared handles of its caller (`ctx.img_ctx_` open, or the pool's
+// `ctx.io_ctx_` for the openers), logs one line per failure and leaves the context as it was.
+// Callers own the contexts; one thread at a time per context, as librbd serialises an image.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "framework/base/basic_string_arg.h"
+#include "utils/agent/block.h"
+#include "utils/agent/ceph/ceph_context.h"
+#include "utils/agent/ceph/ceph_records.h"
+#include "utils/agent/ceph/ceph_snapshot.h"
+
+namespace ceph {
+
+class Ceph_Image;
+
+namespace rbd_handle {
+
+// ---- Opening, on a pool's context (`pool.io_ctx_`) ----
+
+// The image head, with the pool's messages. A read-only open skips the header watch, so it
+// never makes the image busy for a writer or a remover.
+bool open_image(const Ceph_Context& pool, const std::string& pool_name, const std::string& name,
+                bool read_only, Ceph_Image& image);
+// The image at `snap_name`; `error`, when given, receives librbd's result of the open.
+bool open_snapshot(const Ceph_Context& pool, const std::string& pool_name,
+                   const std::string& img_name, const std::string& snap_name, bool read_only,
+                   Ceph_Snapshot& snap, int* error);
+
+// ---- On an open image or snapshot (`ctx.img_ctx_`) ----
+
+// `cb` follows the stop rule of Diff_Callback.
+bool diff_iterate(const Ceph_Context& ctx, Basic_String_Arg<char> from_snap,
+                  const Diff_Callback& cb, uint64_t offset, uint64_t length, bool include_parent,
+                  bool whole_object);
+bool get_changed_blocks(const Ceph_Context& ctx, Basic_String_Arg<char> from_snap, Blocks& blocks,
+                        int power_of_2, Range range, bool ignore_file_hole,
+                        const Cancel_Callback& cancel_callback, bool include_parent,
+                        bool whole_object);
+
+int read(const Ceph_Context& ctx, uint64_t offset, uint64_t length, char* buf, int op_flags);
+int write(const Ceph_Context& ctx, uint64_t offset, uint64_t length, const char* buf, int op_flags);
+bool flush(const Ceph_Context& ctx);
+
+bool stat(const Ceph_Context& ctx, Snapshot_Stat& stat);
+uint64_t size(const Ceph_Context& ctx);
+bool get_features(const Ceph_Context& ctx, uint64_t& features);
+int update_features(const Ceph_Context& ctx, uint64_t features, bool enabled);
+uint64_t get_stripe_unit(const Ceph_Context& ctx);
+uint64_t get_stripe_count(const Ceph_Context& ctx);
+std::string get_block_name_prefix(const Ceph_Context& ctx);
+bool get_group(const Ceph_Context& ctx, Group_Info& group);
+
+}  // namespace rbd_handle
+}  // namespace ceph
