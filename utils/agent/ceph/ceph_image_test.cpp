@@ -136,6 +136,9 @@ TEST(Ceph_Image_Fallbacks, old_librbd_takes_the_older_calls_or_names_the_missing
   EXPECT_FALSE(image.remove_snapshot("s1", 0));
   EXPECT_TRUE(logs.has(LM_ERROR, "Failed to remove snapshot s1 for image img: err 38, msg "
                                  "Function not implemented.\n"));
+  const ceph::Diff_Callback go_on = [](uint64_t, uint64_t, int) { return 1; };
+  // Asking for the parent alone takes rbd_diff_iterate (which answers -ENOSYS here).
+  EXPECT_FALSE(ceph::Ceph_Snapshot::diff_iterate(image.context(), "", go_on, 0, 16, true, false));
   EXPECT_FALSE(logs.has_fragment(LM_ERROR, "This version of Ceph")) << logs.dump();
   bool exists = true;  // no rbd_snap_exists: opening the snapshot answers
   EXPECT_FALSE(image.is_snapshot_exist("s1", exists));
@@ -161,6 +164,8 @@ TEST(Ceph_Image_Fallbacks, old_librbd_takes_the_older_calls_or_names_the_missing
       {!image.get_group(group), "rbd_get_group"},
       {ceph::Ceph_Snapshot::get_block_name_prefix(image.context()).empty(),
        "rbd_get_block_name_prefix"},
+      {!ceph::Ceph_Snapshot::diff_iterate(image.context(), "", go_on, 0, 16, false, true),
+       "rbd_diff_iterate2"},
   };
   for (const auto& r : refused) {
     EXPECT_TRUE(r.first) << r.second;
