@@ -33,6 +33,20 @@ HTTP_Connection_Settings HTTP_Options::settings_for(const HTTP_Server_Address& a
   return s;
 }
 
+bool HTTP_Options::get_local_listen_address(std::string& host, uint16_t& port, bool& ssl) const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (local_listen_.host.empty() || local_listen_.port == 0) return false;
+  host = local_listen_.host;
+  port = local_listen_.port;
+  ssl = local_listen_.ssl;
+  return true;
+}
+
+void HTTP_Options::local_listen_address(const HTTP_Server_Address& address) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  local_listen_ = address;
+}
+
 WebSocket_Options* WebSocket_Options::instance() {
   static WebSocket_Options options;
   return &options;
@@ -47,3 +61,9 @@ void WebSocket_Options::backupd(const HTTP_Server_Address& address) {
   std::lock_guard<std::mutex> lock(mutex_);
   backupd_ = address;
 }
+
+std::string WebSocket_Options::host() const { return backupd().host; }
+
+uint16_t WebSocket_Options::port() const { return backupd().port; }
+
+bool WebSocket_Options::ssl() const { return backupd().ssl; }

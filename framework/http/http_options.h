@@ -3,6 +3,7 @@
 // library itself reads no file or environment variable for them.
 #pragma once
 
+#include <cstdint>
 #include <mutex>
 #include <string>
 
@@ -34,10 +35,18 @@ class HTTP_Options {
   // The defaults aimed at `address`.
   HTTP_Connection_Settings settings_for(const HTTP_Server_Address& address) const;
 
+  // Where this agent's own RPC listener accepts connections, so that data can be
+  // reached through it. False (arguments untouched) until the agent program has set
+  // an address with a host and a port.
+  bool get_local_listen_address(std::string& host, uint16_t& port, bool& ssl) const;
+  // An empty host or port 0 withdraws the address.
+  void local_listen_address(const HTTP_Server_Address& address);
+
  private:
   mutable std::mutex mutex_;
   HTTP_Server_Address backupd_{"127.0.0.1", DEFAULT_BACKUPD_PORT, false};
   HTTP_Connection_Settings defaults_;
+  HTTP_Server_Address local_listen_;
 };
 
 // Where backupd's WebSocket channel endpoint is, for agents that hold a channel open.
@@ -48,6 +57,11 @@ class WebSocket_Options {
 
   HTTP_Server_Address backupd() const;
   void backupd(const HTTP_Server_Address& address);
+
+  // The parts of backupd(), for code that wants one of them.
+  std::string host() const;
+  uint16_t port() const;
+  bool ssl() const;
 
  private:
   mutable std::mutex mutex_;

@@ -2,9 +2,18 @@
 
 #include <ace/Log_Msg.h>
 
+#include "framework/http/http_options.h"
 #include "framework/log/check.h"
 
 namespace {
+
+HTTP_Connection_Settings unaimed_settings(bool keep_alive) {
+  HTTP_Connection_Settings s = HTTP_Options::instance()->defaults();
+  s.host.clear();
+  s.port = 0;
+  s.keep_alive = keep_alive;
+  return s;
+}
 
 HTTP_Connection_Settings make_settings(const char* host, unsigned short port, bool ssl,
                                        bool keep_alive, int connect_timeout,
@@ -33,6 +42,9 @@ JSON_RESTful_Client::JSON_RESTful_Client(const char* host, unsigned short port, 
     : JSON_RESTful_Client(make_settings(host, port, ssl, keep_alive, connect_timeout,
                                         transfer_timeout, idle_timeout),
                           retries) {}
+
+JSON_RESTful_Client::JSON_RESTful_Client(bool keep_alive)
+    : JSON_RESTful_Client(unaimed_settings(keep_alive)) {}
 
 JSON_RESTful_Client::JSON_RESTful_Client(const HTTP_Connection_Settings& settings, int retries)
     : session_(new HTTP_Session(settings)) {

@@ -39,6 +39,9 @@ class JSON_RESTful_Client {
   JSON_RESTful_Client(const char* host, unsigned short port, bool ssl, bool keep_alive = true,
                       int connect_timeout = 30, int transfer_timeout = 0, int idle_timeout = 120,
                       int retries = 0);
+  // Aimed at no server until reset(host, port, ssl); time limits and certificate
+  // checks from HTTP_Options' process-wide defaults as they are now.
+  explicit JSON_RESTful_Client(bool keep_alive);
   virtual ~JSON_RESTful_Client() = default;
   JSON_RESTful_Client(const JSON_RESTful_Client&) = delete;
   JSON_RESTful_Client& operator=(const JSON_RESTful_Client&) = delete;
