@@ -44,6 +44,7 @@ Sim_Reply Backupd_Sim::built_in(const Sim_Request& request) {
   if (request.path == JOB_ACTION_PATH) return on_job_action(request);
   if (request.path == ALERTS_PATH) return on_alerts(request);
   if (request.path == INCARNATION_PATH) return on_incarnation(request);
+  if (request.path.rfind(POOLS_PATH, 0) == 0) return on_pool(request);
   return on_catalog(request);
 }
 

@@ -2,7 +2,8 @@
 // service (storaged), speaking HTTP on 127.0.0.1 at a port the kernel picks.
 //
 // It keeps just enough state to answer the agent helpers the way the real servers
-// do (instances, resources, job actions, alerts, catalogs, catalog incarnations),
+// do (instances, resources, job actions, alerts, catalogs, catalog incarnations,
+// storage-pool descriptions),
 // records every request as it arrived, and misbehaves on demand: any status, any
 // body, a delay, or a connection dropped in the middle of the reply. "/d2/jr" is
 // served by whatever handler is plugged in with set_jsonrpc_handler().
@@ -34,6 +35,9 @@ class Backupd_Sim {
   static constexpr const char* ALERTS_PATH = "/d2/r/v2/alerts";
   static constexpr const char* INCARNATION_PATH = "/d2/r/storages/catalogs/incarnation";
   static constexpr const char* JSONRPC_PATH = "/d2/jr";
+  // A pool's description: GET POOLS_PATH + <pool name>, with the query parameters
+  // "device_uuid" (optional) and "is_restore".
+  static constexpr const char* POOLS_PATH = "/d2/r/v2/pools/";
   // The header that carries the agent's access key.
   static constexpr const char* ACCESS_KEY_HEADER = "X-Access-Key";
 
@@ -71,6 +75,14 @@ class Backupd_Sim {
   // Rows served at a catalog path (GET answers {"rows": rows}); POSTs append.
   void set_catalog_rows(const std::string& path, json_spirit::Array rows);
   json_spirit::Array catalog_rows(const std::string& path) const;
+
+  // Storage pools by name. A GET for a pool not set is answered 404; a set one with its
+  // description as given (an object; see framework/client_io/pool_info.h for its
+  // members). add_pool describes a plain pool at `url`: no encryption, no S3 keys.
+  void set_pool(const std::string& name, json_spirit::Value description);
+  void add_pool(const std::string& name, const std::string& url);
+  // The recorded requests for one pool's description.
+  std::vector<Sim_Request> pool_requests(const std::string& name) const;
 
   // The server's view of the instances, by uuid.
   std::map<std::string, json_spirit::Value> instances() const;
@@ -110,6 +122,7 @@ class Backupd_Sim {
   Sim_Reply on_alerts(const Sim_Request& request);
   Sim_Reply on_incarnation(const Sim_Request& request);
   Sim_Reply on_catalog(const Sim_Request& request);
+  Sim_Reply on_pool(const Sim_Request& request);
 
   Loopback_Server server_;
 
@@ -127,6 +140,7 @@ class Backupd_Sim {
   std::vector<json_spirit::Value> alerts_;
   std::map<std::string, std::vector<std::string>> catalog_states_;
   std::map<std::string, json_spirit::Array> catalogs_;
+  std::map<std::string, json_spirit::Value> pools_;
 };
 
 }  // namespace au_sim
