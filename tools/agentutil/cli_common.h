@@ -37,3 +37,4 @@ void add_backupd_commands(CLI::App& app);
 void add_mounts_commands(CLI::App& app);
 void add_oceanstor_commands(CLI::App& app);
 void add_piece_commands(CLI::App& app);
+void add_pool_commands(CLI::App& app);

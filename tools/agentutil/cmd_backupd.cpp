@@ -9,15 +9,12 @@
 #include <iostream>
 #include <map>
 
-#include "framework/http/host_manager.h"
-#include "framework/http/http_options.h"
 #include "framework/json/reader.h"
 #include "framework/json/writer.h"
 #include "framework/jsonrpc/json_rpc_http_session.h"
+#include "tools/agentutil/backupd_connection.h"
 #include "tools/agentutil/cli_common.h"
 #include "tools/agentutil/output.h"
-#include "tools/agentutil/secret_input.h"
-#include "tools/agentutil/server_options.h"
 #include "utils/agent/catalog_helpers.h"
 #include "utils/agent/json_rpc_channel_forward.h"
 
@@ -32,9 +29,7 @@ const int CATALOG_RETRY_TIMEOUT_SECONDS = 10;
 const unsigned FORWARD_RETRY_INTERVAL_MS = 200;
 
 struct Backupd_Args {
-  cli::Server_Args server;
-  std::string access_key_file;
-  bool ask_access_key = false;
+  cli::Backupd_Connection_Args connection;
   std::string channel;
   std::string method;
   std::string params_json;
@@ -52,23 +47,6 @@ const std::map<std::string, json_spirit::Value_type>& result_types() {
   return types;
 }
 
-// Aims the framework's process-wide backup server settings where the user said.
-// Prints the failure line and returns false when the address or the key is unusable.
-bool configure_server(Backupd_Args& a) {
-  if (!cli::parse_server(a.server)) return false;
-  HTTP_Options::instance()->backupd(HTTP_Server_Address{a.server.host, a.server.port, a.server.ssl});
-  if (!a.server.ca_file.empty()) {
-    HTTP_Connection_Settings settings = HTTP_Options::instance()->defaults();
-    settings.ca_file = a.server.ca_file;
-    HTTP_Options::instance()->defaults(settings);
-  }
-  if (a.access_key_file.empty() && !a.ask_access_key) return true;
-  std::string key;
-  if (!cli::read_secret(a.access_key_file, "access key", key)) return false;
-  Host_Manager::instance()->access_key(key);
-  return true;
-}
-
 // One line for the failure report: the parser's message may span several.
 std::string single_line(std::string text) {
   for (char& c : text)
@@ -81,7 +59,7 @@ int forward(Backupd_Args& a) {
   std::string error;
   if (!a.params_json.empty() && !json_spirit::read(a.params_json, params, error))
     return cli::fail("PARAMS_JSON is not valid JSON: " + single_line(error));
-  if (!configure_server(a)) return 1;
+  if (!cli::configure_backupd(a.connection)) return 1;
   JSON_RPC_HTTP_Session::default_retry_interval(FORWARD_RETRY_INTERVAL_MS);
   Backupd_Info info;
   info.load();
@@ -113,7 +91,7 @@ void print_catalogs(const std::string& uri, const Value& listing) {
 }
 
 int catalogs(Backupd_Args& a) {
-  if (!configure_server(a)) return 1;
+  if (!cli::configure_backupd(a.connection)) return 1;
   Value out;
   if (a.first) {
     if (!read_first_catalog(a.uri.c_str(), out, CATALOG_RETRIES, CATALOG_RETRY_TIMEOUT_SECONDS))
@@ -136,10 +114,7 @@ void add_backupd_commands(CLI::App& app) {
   static Backupd_Args args;
   CLI::App* backupd = app.add_subcommand("backupd", "Calls to the backup server");
   backupd->require_subcommand(1);
-  cli::add_server_options(backupd, args.server, "Backup server",
-                          "127.0.0.1:" + std::to_string(HTTP_Options::DEFAULT_BACKUPD_PORT));
-  backupd->add_option("--access-key-file", args.access_key_file, "File whose first line is this host's access key");
-  backupd->add_flag("--ask-access-key", args.ask_access_key, "Ask for the access key on the terminal");
+  cli::add_backupd_options(backupd, args.connection);
 
   CLI::App* fwd = backupd->add_subcommand("forward", "Forward a JSON-RPC call to an agent's channel");
   fwd->add_option("--channel", args.channel, "The target agent's channel id")->required();

@@ -20,6 +20,7 @@ int main(int argc, char** argv) {
   add_mounts_commands(app);
   add_oceanstor_commands(app);
   add_piece_commands(app);
+  add_pool_commands(app);
 
   try {
     app.parse(argc, argv);
