@@ -47,6 +47,21 @@ std::string unique_ceph_name(const std::string& prefix) {
   return prefix + "-" + std::to_string(getpid()) + "-" + std::to_string(++counter);
 }
 
+bool sandbox_s3(Sandbox_S3& out) {
+  const std::string conf = ceph_conf_path();
+  std::ifstream env(conf.substr(0, conf.rfind('/')) + "/s3.env");
+  std::string line;
+  while (std::getline(env, line)) {
+    const size_t eq = line.find('=');
+    if (eq == std::string::npos) continue;
+    const std::string k = line.substr(0, eq), v = line.substr(eq + 1);
+    if (k == "S3_URL") out.url = v;
+    if (k == "S3_ACCESS_KEY") out.access_key = v;
+    if (k == "S3_SECRET_KEY") out.secret_key = v;
+  }
+  return !conf.empty() && !out.url.empty();
+}
+
 bool run_ceph_cli(const std::string& args, std::string* out) {
   if (out) out->clear();
   if (!ceph_unavailable_reason().empty()) return false;

@@ -23,6 +23,15 @@ std::string ceph_conf_text();
 // "<prefix>-<pid>-<n>": unique among test processes sharing one cluster.
 std::string unique_ceph_name(const std::string& prefix);
 
+// The sandbox's S3 gateway, from s3.env beside the conf.
+struct Sandbox_S3 {
+  std::string url;  // s3://127.0.0.1:PORT
+  std::string access_key;
+  std::string secret_key;
+};
+// False when the sandbox has no gateway (or no conf is set).
+bool sandbox_s3(Sandbox_S3& out);
+
 // Runs "rbd diff ...", "ceph osd ..." or "rados ..." through /bin/sh (pipes work) with
 // "-c <conf>" put right after the tool. stdout lands in *out when not null; stderr goes
 // to the test's output. True when the command exits 0.

@@ -2,8 +2,6 @@
 // keys to s3.env beside ceph.conf).
 #include <gtest/gtest.h>
 
-#include <fstream>
-
 #include "framework/client_io/piece_fixture_test.h"
 #include "framework/client_io/s3_client.h"
 #include "tests/support/ceph_env.h"
@@ -16,22 +14,15 @@ class S3_Pool : public ::testing::Test {
  protected:
   void SetUp() override {
     AU_REQUIRE_CEPH_OR_SKIP();
-    const std::string conf = au_test::ceph_conf_path();
-    std::ifstream env(conf.substr(0, conf.rfind('/')) + "/s3.env");
-    std::string line, address;
-    while (std::getline(env, line)) {
-      const size_t eq = line.find('=');
-      const std::string k = line.substr(0, eq), v = line.substr(eq + 1);
-      if (k == "S3_URL") address = v;
-      if (k == "S3_ACCESS_KEY") keys.access_key = v;
-      if (k == "S3_SECRET_KEY") keys.secret_key = v;
-    }
-    if (address.empty()) {
+    au_test::Sandbox_S3 s3;
+    if (!au_test::sandbox_s3(s3)) {
       if (au_test::ceph_required()) FAIL() << "the sandbox has no S3 gateway (s3.env)";
       GTEST_SKIP() << "the sandbox has no S3 gateway (s3.env)";
     }
+    keys.access_key = s3.access_key;
+    keys.secret_key = s3.secret_key;
     keys.resume_buffer_size = MIN_RESUME_BUFFER_SIZE;  // several parts per piece
-    url = address + "/" + au_test::unique_ceph_name("cio");
+    url = s3.url + "/" + au_test::unique_ceph_name("cio");
     S3_Endpoint endpoint;
     std::string error;
     ASSERT_TRUE(make_s3_endpoint(url, keys, endpoint, error)) << error;
