@@ -48,7 +48,8 @@ bool IO_Connection_Factory::init_upstream(const std::string& host, uint16_t port
   // the first lookup.
   if (AU_IS_EMPTY(host) || AU_FAILS_IF(port, ==, 0)) return false;
   upstream_.reset(host.c_str(), port, ssl);
-  upstream_.set_header(HTTP_HEADER_ACCESS_KEY, access_key.c_str());
+  // A host without a key sends no header, as the framework's own clients do.
+  if (!access_key.empty()) upstream_.set_header(HTTP_HEADER_ACCESS_KEY, access_key.c_str());
   return true;
 }
 

@@ -44,7 +44,8 @@ class IO_Connection_Factory {
   // The agent's connection parameters, as the JSON document of load() and dump() has
   // them: "is_restore", "backupd_ssl", "backupd_port", "retry_seconds", "backupd_host",
   // "access_key" (a secret), "device_uuid" and "client_io_opts" (the template of every
-  // connection, in Client_IO_Base::Options' own form).
+  // connection, in Client_IO_Base::Options' own form). init() replaces the backupd
+  // address and the access key with the process-wide ones.
   struct Options {
     bool is_restore = false;
     bool ssl = false;
