@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 
+#include "framework/base/scratch_bytes.h"
 #include "framework/client_io/client_io_options.h"
 #include "framework/client_io/record_codec.h"
 #include "framework/log/check.h"
@@ -59,7 +60,8 @@ class Piece_Walk {
   unsigned char header_bytes_[piece::HEADER_SIZE] = {};
   std::unique_ptr<Record_Cipher> cipher_;
   std::string index_;
-  std::string buffer_, opened_, plain_, zeros_;
+  std::string opened_, zeros_;
+  Scratch_Bytes buffer_, plain_;
 };
 
 bool Piece_Walk::read_exact(void* buf, size_t len, const std::string& where, bool& short_read) {
@@ -216,9 +218,9 @@ bool Piece_Walk::open_record(size_t i, const Record& r, const unsigned char* sto
   }
   plain = stored;
   if (r.compression != COMPR_NONE) {
-    plain_.resize(r.length);
+    char* out = plain_.room(r.length);
     if (!decompress_record(static_cast<Compression_Method>(r.compression), stored, length,
-                           &plain_[0], r.length)) {
+                           out, r.length)) {
       return invalid(where, "stored bytes do not decompress to the record length");
     }
     plain = plain_.data();
@@ -249,11 +251,12 @@ bool Piece_Walk::stream(const Image_Block_Reader::Sink& sink, uint64_t block_siz
   for (size_t i = 0; i < layout_->records.size(); ++i) {
     const Record& r = layout_->records[i];
     const std::string where = at_record(i, r, layout_->positions[i]);
-    buffer_.resize(piece::RECORD_HEADER_SIZE + r.stored_length);
+    const size_t size = piece::RECORD_HEADER_SIZE + r.stored_length;
+    char* read = buffer_.room(size);
     bool short_read = false;
-    if (!read_exact(&buffer_[0], buffer_.size(), where, short_read)) return false;
+    if (!read_exact(read, size, where, short_read)) return false;
     if (short_read) return invalid(where, "the piece ends early");
-    const auto* bytes = reinterpret_cast<const unsigned char*>(buffer_.data());
+    const auto* bytes = reinterpret_cast<const unsigned char*>(read);
     const auto* entry = reinterpret_cast<const unsigned char*>(index_.data()) + i * piece::INDEX_ENTRY_SIZE + 8;
     if (std::memcmp(bytes, entry, piece::RECORD_HEADER_SIZE) != 0) {
       return invalid(where, "record header differs from the index");
