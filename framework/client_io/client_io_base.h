@@ -40,6 +40,8 @@ class Client_IO_Base {
   virtual int64_t size() = 0;
   // For a written piece, true means it is now stored and visible under its name.
   virtual bool close() = 0;
+  // Drops the open piece: a written one is not stored (nothing is left under its name).
+  virtual void abandon() = 0;
 
   // The options the connection was made with (keys for sealed pieces), if any.
   virtual const Options* connection_options() const { return nullptr; }

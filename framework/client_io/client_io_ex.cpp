@@ -79,6 +79,11 @@ bool Client_IO_Ex::close() {
   return w->commit(error) ? true : fail(error);
 }
 
+void Client_IO_Ex::abandon() {
+  reader_.reset();
+  writer_.reset();  // a writer destroyed before its commit leaves nothing
+}
+
 bool Client_IO_Ex::list(const std::string& prefix, std::vector<std::string>& names) {
   if (!store_) return fail("not connected to a pool");
   std::string error;

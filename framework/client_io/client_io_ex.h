@@ -39,6 +39,7 @@ class Client_IO_Ex : public Client_IO_Base {
   // Closing a written piece publishes it; a failed close publishes nothing. Closing a
   // piece opened for reading always succeeds.
   bool close() override;
+  void abandon() override;
 
   // The pool's piece names starting with `prefix`, sorted.
   bool list(const std::string& prefix, std::vector<std::string>& names);

@@ -136,6 +136,7 @@ bool Image_Block_Writer::flush_zeros() {
   r.offset = zeros_offset_;
   r.length = zeros_length_;
   zeros_length_ = 0;
+  zero_bytes_ += r.length;
   return write_record(r, nullptr, nullptr);
 }
 

@@ -38,6 +38,8 @@ class Image_Block_Writer {
   uint64_t records() const { return records_; }
   // Piece bytes written so far.
   uint64_t piece_bytes() const { return position_; }
+  // Image bytes stored as zero records so far.
+  uint64_t zero_bytes() const { return zero_bytes_; }
 
  private:
   enum class State { idle, writing, finished, failed };
@@ -62,4 +64,5 @@ class Image_Block_Writer {
   uint64_t zeros_offset_ = 0, zeros_length_ = 0;  // pending zero record
   uint64_t position_ = 0;
   uint64_t records_ = 0;
+  uint64_t zero_bytes_ = 0;
 };

@@ -39,6 +39,7 @@ class Memory_IO : public Client_IO_Base {
   }
   int64_t size() override { return static_cast<int64_t>(bytes_.size()); }
   bool close() override { return true; }
+  void abandon() override {}
   const Options* connection_options() const override { return &options_; }
 
  private:

@@ -9,6 +9,7 @@
 #include <errno.h>
 
 #include "utils/agent/ceph/librados_symbols.h"
+#include "utils/agent/ceph/librbd_aio_symbols.h"
 #include "utils/agent/ceph/librbd_symbols.h"
 
 #define FAKE_FUNCTION(sym) \
@@ -25,6 +26,7 @@
 AU_LIBRADOS_SYMBOLS(FAKE_SYMBOL)
 #elif defined(FAKE_LIBRBD)
 AU_LIBRBD_SYMBOLS(FAKE_SYMBOL)
+AU_LIBRBD_AIO_SYMBOLS(FAKE_SYMBOL)
 #else
 #error "define FAKE_LIBRADOS or FAKE_LIBRBD"
 #endif

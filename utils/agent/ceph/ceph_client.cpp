@@ -52,13 +52,15 @@ bool Ceph_Client::open_ceph_libraries() {
   return Librbd_Wrapper::instance()->open(nullptr, nullptr);
 }
 
-Ceph_Client::Ceph_Client(Basic_String_Arg<char> id, bool close_on_destruction) {
+Ceph_Client::Ceph_Client(Basic_String_Arg<char> id, bool close_on_destruction)
+    : client_id_(id.c_str()) {
   ctx_.close_on_destruction_ = close_on_destruction;
   if (open_ceph_libraries()) init_cluster(id);
 }
 
 Ceph_Client::Ceph_Client(Basic_String_Arg<char> id, const Options& configs,
-                         bool close_on_destruction) {
+                         bool close_on_destruction)
+    : client_id_(id.c_str()) {
   ctx_.close_on_destruction_ = close_on_destruction;
   if (open_ceph_libraries() && init_cluster(id)) connect(configs);
 }

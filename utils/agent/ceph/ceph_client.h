@@ -77,6 +77,8 @@ class Ceph_Client {
   int error_code() const { return error_; }
 
   const Ceph_Context& context() const { return ctx_; }
+  // The id it was built for; empty when it shares another's handles.
+  const std::string& client_id() const { return client_id_; }
 
   static std::string to_uri(const std::string& pool, const std::string& img);
   static std::string to_uri(const std::string& pool, const std::string& img,
@@ -86,6 +88,7 @@ class Ceph_Client {
   bool init_cluster(Basic_String_Arg<char> id);
   bool set_config(const std::string& key, const json_spirit::Value& value, bool ignore_unknown);
 
+  std::string client_id_;
   int error_ = 0;
   Ceph_Context ctx_;
 };

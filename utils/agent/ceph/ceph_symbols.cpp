@@ -37,7 +37,9 @@ bool open_library(ACE_DLL& dll, const Ceph_Library& lib, const char* name, const
   return false;
 }
 
-bool bind_symbols(ACE_DLL& dll, const Ceph_Library& lib) {
+}  // namespace
+
+bool bind_ceph_symbols(ACE_DLL& dll, const Ceph_Library& lib) {
   for (std::size_t i = 0; i < lib.symbol_count; ++i) {
     const Ceph_Symbol& sym = lib.symbols[i];
     void* address = dll.symbol(sym.name, 0);
@@ -54,12 +56,10 @@ bool bind_symbols(ACE_DLL& dll, const Ceph_Library& lib) {
   return true;
 }
 
-}  // namespace
-
 bool load_ceph_library(ACE_DLL& dll, const Ceph_Library& lib, const char* name,
                        const char* dir) {
   if (name == nullptr) name = lib.default_name;
-  return open_library(dll, lib, name, dir) && bind_symbols(dll, lib);
+  return open_library(dll, lib, name, dir) && bind_ceph_symbols(dll, lib);
 }
 
 void clear_ceph_symbols(const Ceph_Library& lib) {

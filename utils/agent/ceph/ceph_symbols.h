@@ -48,6 +48,10 @@ struct Ceph_Library {
 bool load_ceph_library(ACE_DLL& dll, const Ceph_Library& lib, const char* name,
                        const char* dir);
 
+// Binds the table in order on a library already opened; stops at the first missing
+// required symbol. The same lines as load_ceph_library.
+bool bind_ceph_symbols(ACE_DLL& dll, const Ceph_Library& lib);
+
 // Sets every pointer of the table back to null.
 void clear_ceph_symbols(const Ceph_Library& lib);
 

@@ -9,6 +9,7 @@ namespace ceph {
 
 AU_CEPH_IGNORE_DEPRECATED_BEGIN
 AU_LIBRBD_SYMBOLS(AU_CEPH_DEFINE_POINTER)
+AU_LIBRBD_AIO_SYMBOLS(AU_CEPH_DEFINE_POINTER)
 AU_CEPH_IGNORE_DEPRECATED_END
 
 namespace {
@@ -17,6 +18,7 @@ using Singleton = ACE_Unmanaged_Singleton<Librbd_Wrapper, ACE_Null_Mutex>;
 
 #define AU_LIBRBD_ENTRY(sym, kind) AU_CEPH_SYMBOL_ENTRY("librbd", sym, kind),
 const Ceph_Symbol LIBRBD_SYMBOLS[] = {AU_LIBRBD_SYMBOLS(AU_LIBRBD_ENTRY)};
+const Ceph_Symbol LIBRBD_AIO_SYMBOLS[] = {AU_LIBRBD_AIO_SYMBOLS(AU_LIBRBD_ENTRY)};
 #undef AU_LIBRBD_ENTRY
 
 const char* const LIBRBD_SONAMES[] = {"librbd.so.1", nullptr};
@@ -28,6 +30,11 @@ const Ceph_Library LIBRBD = {
     "Failed to open dll 'librbd' form path %s: %s.\n",
     LIBRBD_SYMBOLS,
     std::size(LIBRBD_SYMBOLS),
+};
+
+// The same library, its asynchronous table only (bound once LIBRBD is).
+const Ceph_Library LIBRBD_AIO = {
+    "librbd", LIBRBD_SONAMES, "", "", LIBRBD_AIO_SYMBOLS, std::size(LIBRBD_AIO_SYMBOLS),
 };
 
 }  // namespace
@@ -48,12 +55,17 @@ bool Librbd_Wrapper::open(const char* name, const char* dir) {
 
 bool Librbd_Wrapper::open_i(const char* name, const char* dir) noexcept {
   if (*this) return true;
-  return load_ceph_library(dll_, LIBRBD, name, dir);
+  if (!load_ceph_library(dll_, LIBRBD, name, dir)) return false;
+  bind_ceph_symbols(dll_, LIBRBD_AIO);  // all optional: cannot fail
+  return true;
 }
 
 Librbd_Wrapper::operator bool() const { return rbd_snap_remove != nullptr; }
 
-void Librbd_Wrapper::close() { clear_ceph_symbols(LIBRBD); }
+void Librbd_Wrapper::close() {
+  clear_ceph_symbols(LIBRBD);
+  clear_ceph_symbols(LIBRBD_AIO);
+}
 
 __attribute__((destructor)) void Librbd_Wrapper_fini() { Librbd_Wrapper::close_instance(); }
 

@@ -11,12 +11,14 @@
 #include <mutex>
 
 #include "utils/agent/ceph/ceph_symbols.h"
+#include "utils/agent/ceph/librbd_aio_symbols.h"
 #include "utils/agent/ceph/librbd_symbols.h"
 
 namespace ceph {
 
 AU_CEPH_IGNORE_DEPRECATED_BEGIN
 AU_LIBRBD_SYMBOLS(AU_CEPH_DECLARE_POINTER)
+AU_LIBRBD_AIO_SYMBOLS(AU_CEPH_DECLARE_POINTER)
 AU_CEPH_IGNORE_DEPRECATED_END
 
 class Librbd_Wrapper {
@@ -25,7 +27,7 @@ class Librbd_Wrapper {
   static void close_instance();
 
   // Loads the library (default "librbd"; from `dir` when given) and binds the
-  // pointers, at most once per process: later calls, even after a failure and with
+  // pointers (then the optional asynchronous table), at most once per process: later calls, even after a failure and with
   // other arguments, only report whether the library is bound.
   bool open(const char* name, const char* dir);
   // The loading step; call it through open().

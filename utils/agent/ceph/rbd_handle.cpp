@@ -3,10 +3,12 @@
 #include <ace/Log_Msg.h>
 #include <rbd/librbd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
+#include <vector>
 
 #include "framework/log/check.h"
 #include "framework/log/trace.h"
@@ -129,6 +131,21 @@ bool diff_iterate(const Ceph_Context& ctx, Basic_String_Arg<char> from_snap,
   return true;
 }
 
+bool allocated_extents(const Ceph_Context& ctx, Blocks& blocks) {
+  if (AU_IS_NULL(ctx.img_ctx_)) return false;
+  const uint64_t length = size(ctx);
+  // Whole objects: cheap with an object map, and "may hold data" is all a caller asks.
+  const Diff_Callback keep = [&blocks](uint64_t offset, uint64_t len, int exists) {
+    if (exists) blocks.emplace_back(offset, len);
+    return 1;
+  };
+  if (length == 0) return true;
+  if (rbd_diff_iterate2 == nullptr || !diff_iterate(ctx, "", keep, 0, length, true, true))
+    return false;
+  sort_and_merge_blocks(blocks);
+  return true;
+}
+
 bool get_changed_blocks(const Ceph_Context& ctx, Basic_String_Arg<char> from_snap, Blocks& blocks,
                         int power_of_2, Range range, bool ignore_file_hole,
                         const Cancel_Callback& cancel_callback, bool include_parent,
@@ -189,6 +206,40 @@ int write(const Ceph_Context& ctx, uint64_t offset, uint64_t length, const char*
   if (rbd_write2 != nullptr)
     return static_cast<int>(rbd_write2(image_of(ctx), offset, length, buf, op_flags));
   return static_cast<int>(rbd_write(image_of(ctx), offset, length, buf));
+}
+
+int64_t zero_range(const Ceph_Context& ctx, uint64_t offset, uint64_t length, int op_flags) {
+  if (AU_IS_NULL(ctx.img_ctx_)) return -EINVAL;
+  // librbd answers with an int byte count: at most 1 GiB per call, or one buffer's worth.
+  static const char zeros[64 << 10] = {};
+  const uint64_t step = rbd_write_zeroes != nullptr ? (1u << 30) : sizeof zeros;
+  int64_t total = 0;
+  for (uint64_t at = offset; at < offset + length; at += step) {
+    const uint64_t n = std::min(step, offset + length - at);
+    const int r = rbd_write_zeroes != nullptr
+                      ? rbd_write_zeroes(image_of(ctx), at, n, 0, op_flags)
+                      : write(ctx, at, n, zeros, op_flags);
+    if (r < 0) return r;
+    total += static_cast<int64_t>(n);
+  }
+  return total;
+}
+
+bool writes_are_copied(const Ceph_Context& ctx) {
+  if (!ctx.img_ctx_ || rbd_config_image_list == nullptr ||
+      rbd_config_image_list_cleanup == nullptr)
+    return false;
+  int count = 0;
+  if (rbd_config_image_list(image_of(ctx), nullptr, &count) != -ERANGE || count <= 0) return false;
+  std::vector<rbd_config_option_t> options(static_cast<size_t>(count));
+  if (rbd_config_image_list(image_of(ctx), options.data(), &count) < 0) return false;
+  bool copied = false;
+  for (int i = 0; i < count; ++i) {
+    if (std::strcmp(options[i].name, "rbd_disable_zero_copy_writes") == 0)
+      copied = std::strcmp(options[i].value, "true") == 0;
+  }
+  rbd_config_image_list_cleanup(options.data(), count);
+  return copied;
 }
 
 bool flush(const Ceph_Context& ctx) {

@@ -40,6 +40,10 @@ bool open_snapshot(const Ceph_Context& pool, const std::string& pool_name,
 bool diff_iterate(const Ceph_Context& ctx, Basic_String_Arg<char> from_snap,
                   const Diff_Callback& cb, uint64_t offset, uint64_t length, bool include_parent,
                   bool whole_object);
+// The extents of objects that hold data, the parent's included, sorted and merged. False
+// when librbd cannot say (quietly without rbd_diff_iterate2, else after the walk's line);
+// `blocks` is then not to be trusted.
+bool allocated_extents(const Ceph_Context& ctx, Blocks& blocks);
 bool get_changed_blocks(const Ceph_Context& ctx, Basic_String_Arg<char> from_snap, Blocks& blocks,
                         int power_of_2, Range range, bool ignore_file_hole,
                         const Cancel_Callback& cancel_callback, bool include_parent,
@@ -47,7 +51,15 @@ bool get_changed_blocks(const Ceph_Context& ctx, Basic_String_Arg<char> from_sna
 
 int read(const Ceph_Context& ctx, uint64_t offset, uint64_t length, char* buf, int op_flags);
 int write(const Ceph_Context& ctx, uint64_t offset, uint64_t length, const char* buf, int op_flags);
+// Zeroes [offset, offset + length) of any length, so that the range reads back as zeros
+// (rbd_write_zeroes, else written zeros: a discard may leave partial objects as they were).
+// The byte count or the first negative errno.
+int64_t zero_range(const Ceph_Context& ctx, uint64_t offset, uint64_t length, int op_flags);
 bool flush(const Ceph_Context& ctx);
+// True when librbd copies the bytes of a write before the call returns (the image's
+// rbd_disable_zero_copy_writes, true by default), so the caller may reuse its buffer at
+// once even for an asynchronous write. False when it does not or cannot be told.
+bool writes_are_copied(const Ceph_Context& ctx);
 
 bool stat(const Ceph_Context& ctx, Snapshot_Stat& stat);
 uint64_t size(const Ceph_Context& ctx);

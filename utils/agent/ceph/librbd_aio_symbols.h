@@ -1,0 +1,23 @@
+/* librbd's asynchronous calls, bound as a table of their own after AU_LIBRBD_SYMBOLS (which
+ * stays as it is), with the image configuration listing that tells whether librbd copies
+ * what it is asked to write. Every entry is optional: the data paths that use them
+ * (rbd_aio_window.h) fall back to the synchronous calls unless the calls are bound.
+ * Plain C on purpose: the test fakes are generated from this list too. */
+#ifndef AGENTUTIL_CEPH_LIBRBD_AIO_SYMBOLS_H
+#define AGENTUTIL_CEPH_LIBRBD_AIO_SYMBOLS_H
+
+#define AU_LIBRBD_AIO_SYMBOLS(X)          \
+  X(rbd_aio_create_completion, OPTIONAL)  \
+  X(rbd_aio_wait_for_complete, OPTIONAL)  \
+  X(rbd_aio_get_return_value, OPTIONAL)   \
+  X(rbd_aio_release, OPTIONAL)            \
+  X(rbd_aio_read, OPTIONAL)               \
+  X(rbd_aio_read2, OPTIONAL)              \
+  X(rbd_aio_write, OPTIONAL)              \
+  X(rbd_aio_write2, OPTIONAL)             \
+  X(rbd_aio_discard, OPTIONAL)            \
+  X(rbd_aio_write_zeroes, OPTIONAL)      \
+  X(rbd_config_image_list, OPTIONAL)     \
+  X(rbd_config_image_list_cleanup, OPTIONAL)
+
+#endif
