@@ -25,3 +25,6 @@ void add_ceph_connection_options(CLI::App* family, Ceph_Connection_Args& args);
 std::unique_ptr<ceph::Ceph_Client> connect_ceph(const Ceph_Connection_Args& args);
 
 }  // namespace cli
+
+// agentutil ceph backup|restore (cmd_ceph_transfer.cpp), on the family's connection.
+void add_ceph_transfer_commands(CLI::App* ceph, cli::Ceph_Connection_Args& conn);

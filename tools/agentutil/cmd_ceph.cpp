@@ -233,4 +233,6 @@ void add_ceph_commands(CLI::App& app) {
   read->add_option("--length", args.length, "Byte count (default: to the end)");
   read->add_option("-o,--out", args.out, "Output file (default: standard output)");
   cli::set_command(read, [] { return read_bytes(args); });
+
+  add_ceph_transfer_commands(ceph, args.conn);
 }

@@ -1,18 +1,13 @@
-// agentutil piece: backup pieces in a storage pool (file:///dir, s3://host:port/bucket).
-// Pool secrets (S3 keys, the encryption key and IV) never come from the arguments: they
-// are in a client I/O options file (--options, JSON) or, for S3 keys, the environment
-// (AGENTUTIL_S3_ACCESS_KEY, AGENTUTIL_S3_SECRET_KEY).
-#include <cstdlib>
-#include <fstream>
+// agentutil piece: backup pieces in a storage pool (file:///dir, s3://host:port/bucket),
+// reached as pool_connection.h says.
 #include <iostream>
-#include <sstream>
 
 #include "framework/client_io/client_io_ex.h"
 #include "framework/client_io/image_block_reader.h"
-#include "framework/json/reader.h"
 #include "tools/agentutil/cancel.h"
 #include "tools/agentutil/cli_common.h"
 #include "tools/agentutil/output.h"
+#include "tools/agentutil/pool_connection.h"
 #include "tools/agentutil/progress.h"
 
 namespace {
@@ -23,33 +18,9 @@ struct Piece_Args {
   std::string options_file;
 };
 
-bool load_options(const std::string& file, Client_IO_Base::Options& o) {
-  if (!file.empty()) {
-    std::ifstream in(file);
-    std::stringstream text;
-    text << in.rdbuf();
-    json_spirit::Value doc;
-    if (!in || !json_spirit::read(text.str(), doc)) {
-      cli::fail("cannot read client I/O options from " + file);
-      return false;
-    }
-    if (!o.load(doc)) {
-      cli::fail("bad client I/O options in " + file);
-      return false;
-    }
-  }
-  const char* access = std::getenv("AGENTUTIL_S3_ACCESS_KEY");
-  const char* secret = std::getenv("AGENTUTIL_S3_SECRET_KEY");
-  if (o.access_key.empty() && access) o.access_key = access;
-  if (o.secret_key.empty() && secret) o.secret_key = secret;
-  return true;
-}
-
 // Connected, and with `a.piece` open for reading unless `open_piece` is false.
 bool open_pool(const Piece_Args& a, Client_IO_Ex& io, bool open_piece) {
-  Client_IO_Base::Options o;
-  if (!load_options(a.options_file, o)) return false;
-  if (!io.connect(a.pool, o)) return cli::fail("cannot reach pool " + a.pool + ": " + io.last_error()), false;
+  if (!cli::connect_pool(a.pool, a.options_file, io)) return false;
   if (open_piece && !io.open(a.piece, Client_IO_Base::OPEN_READ, 0, 0)) {
     return cli::fail("cannot open piece " + a.piece + ": " + io.last_error()), false;
   }
