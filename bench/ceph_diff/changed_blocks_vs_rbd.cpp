@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "bench/ceph_diff/rbd_diff_json.h"
-#include "bench/ceph_diff/scratch_image.h"
+#include "bench/common/scratch_image.h"
 #include "bench/common/timing.h"
 #include "utils/agent/block.h"
 #include "utils/agent/ceph/ceph_client.h"

@@ -1,4 +1,4 @@
-#include "bench/ceph_diff/run_command.h"
+#include "bench/common/run_command.h"
 
 #include <fcntl.h>
 #include <spawn.h>

@@ -1,9 +1,9 @@
-#include "bench/ceph_diff/scratch_image.h"
+#include "bench/common/scratch_image.h"
 
 #include <cstdio>
 #include <utility>
 
-#include "bench/ceph_diff/run_command.h"
+#include "bench/common/run_command.h"
 
 namespace cephbench {
 
@@ -32,7 +32,7 @@ bool Scratch_Image::name_taken(bool& taken) const {
   return true;
 }
 
-bool Scratch_Image::create(uint64_t size) {
+bool Scratch_Image::adopt() {
   bool taken = true;
   if (!name_taken(taken)) return false;
   if (taken) {
@@ -42,7 +42,12 @@ bool Scratch_Image::create(uint64_t size) {
   }
   // Ours from here on: a create that fails half-way may still leave the header behind.
   created_ = true;
-  return run_rbd(conf_, {"create", "--size", std::to_string(size) + "B", qualified_name()},
+  return true;
+}
+
+bool Scratch_Image::create(uint64_t size) {
+  return adopt() &&
+         run_rbd(conf_, {"create", "--size", std::to_string(size) + "B", qualified_name()},
                  nullptr);
 }
 

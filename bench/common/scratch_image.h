@@ -21,6 +21,9 @@ class Scratch_Image {
 
   // Refuses a name that is taken: the destructor removes only what this object made.
   bool create(uint64_t size);
+  // For an image another command makes (rbd import): refuses a name that is taken, and
+  // makes the image this object's to remove.
+  bool adopt();
   // Writes every byte once, in 4 MiB requests, so each object holds data.
   bool fill(uint64_t size);
   // `count` writes of `io_size` bytes at random offsets.

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <functional>
 #include <vector>
 
 namespace bench {
@@ -44,6 +45,27 @@ inline double median(std::vector<double> values) {
   std::sort(values.begin(), values.end());
   const size_t mid = values.size() / 2;
   return values.size() % 2 ? values[mid] : (values[mid - 1] + values[mid]) / 2;
+}
+
+// Medians of `runs` runs of each side, the order swapped every round so that neither
+// side always runs on what the other left (a warmed cache, a busier cluster). Each side
+// returns the milliseconds of one run, or a negative number when it failed; then so does
+// its median.
+struct Paired_Medians {
+  double ours = -1;
+  double peer = -1;
+  bool ok() const { return ours >= 0 && peer >= 0; }
+};
+inline Paired_Medians alternate(int runs, const std::function<double()>& ours,
+                                const std::function<double()>& peer) {
+  std::vector<double> a, b;
+  for (int i = 0; i < runs; ++i) {
+    const double first = (i % 2 ? peer : ours)(), second = (i % 2 ? ours : peer)();
+    if (first < 0 || second < 0) return {};
+    (i % 2 ? b : a).push_back(first);
+    (i % 2 ? a : b).push_back(second);
+  }
+  return {median(a), median(b)};
 }
 
 // The one line format every comparison prints.
