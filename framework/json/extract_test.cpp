@@ -32,7 +32,7 @@ std::string thrown(F f) {
 
 }  // namespace
 
-TEST(Json_Extract, Pointers_Follow_Rfc_6901) {
+TEST(Json_Extract, pointers_follow_rfc_6901) {
   const Value v = doc(R"({"data": {"ID": "7", "list": [10, {"x": true}]}, "a/b": 1, "m~n": 2,
                           "": 3, "01": 4})");
   const JSON_Pointer_Extractor ex(v);
@@ -53,7 +53,7 @@ TEST(Json_Extract, Pointers_Follow_Rfc_6901) {
   EXPECT_EQ(thrown([&] { ex.find("/missing/a~"); }), "Invalid JSON Pointer '/missing/a~'");
 }
 
-TEST(Json_Extract, Required_And_Optional_Fields) {
+TEST(Json_Extract, required_and_optional_fields) {
   const Value v = doc(R"({"data": {"deviceid": "dev-1", "n": 5, "r": 2.5, "b": false}})");
   const JSON_Pointer_Extractor ex(v);
   std::string id;
@@ -84,7 +84,7 @@ TEST(Json_Extract, Required_And_Optional_Fields) {
   EXPECT_EQ(sub.get_obj().size(), 4u);
 }
 
-TEST(Json_Extract, Integers_From_Numbers_Or_Decimal_Strings) {
+TEST(Json_Extract, integers_from_numbers_or_decimal_strings) {
   const Value v = doc(R"({"n": 11, "s": "27", "neg": "-3", "big": "18446744073709551615",
                           "max": 18446744073709551615, "min": -9223372036854775808,
                           "pad": " 1", "junk": "12a", "empty": "", "plus": "+1", "real": 1.5,
@@ -120,7 +120,7 @@ TEST(Json_Extract, Integers_From_Numbers_Or_Decimal_Strings) {
   EXPECT_EQ(i, 11) << "a failed conversion leaves the target as it was";
 }
 
-TEST(Json_Extract, Object_Members) {
+TEST(Json_Extract, object_members) {
   const Value host = doc(R"({"TYPE": "21", "ID": "0", "HEALTHSTATUS": 1})");
   int type = 0;
   std::string id;
@@ -136,7 +136,7 @@ TEST(Json_Extract, Object_Members) {
             "JSON value is array_type, not obj_type");
 }
 
-TEST(Json_Extract, Skip_Empty_Insertion) {
+TEST(Json_Extract, skip_empty_insertion) {
   Object body;
   const std::string empty, scope = "0";
   const int* no_number = nullptr;

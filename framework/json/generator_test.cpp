@@ -55,7 +55,7 @@ struct Row_Source {
 
 }  // namespace
 
-TEST(Json_Generator, Streamed_Rows_Parse_Back_Equal) {
+TEST(Json_Generator, streamed_rows_parse_back_equal) {
   Array expected_rows;
   Object expected_members;
   for (int i = 0; i < 500; ++i) {
@@ -81,7 +81,7 @@ TEST(Json_Generator, Streamed_Rows_Parse_Back_Equal) {
   EXPECT_EQ(back, Value(expected_members));
 }
 
-TEST(Json_Generator, Envelope_And_Empty_Row_Sets) {
+TEST(Json_Generator, envelope_and_empty_row_sets) {
   Row_Source none{0};
   JSON_Row_Generator empty(JSON_Row_Generator::array_rows, none.next());
   std::string text;
@@ -98,7 +98,7 @@ TEST(Json_Generator, Envelope_And_Empty_Row_Sets) {
                       write(catalog_row(1)) + "]}");
 }
 
-TEST(Json_Generator, Failing_Source_Stops_The_Document) {
+TEST(Json_Generator, failing_source_stops_the_document) {
   int calls = 0;
   JSON_Row_Generator gen(JSON_Row_Generator::array_rows, [&](std::string&, Value& row) {
     row = catalog_row(calls);
@@ -118,7 +118,7 @@ TEST(Json_Generator, Failing_Source_Stops_The_Document) {
   EXPECT_EQ(throwing.error(), "JSON row source threw at row 0: disk gone");
 }
 
-TEST(Json_Generator, Rewind_Starts_Over) {
+TEST(Json_Generator, rewind_starts_over) {
   Row_Source source{50};
   JSON_Row_Generator gen(JSON_Row_Generator::array_rows, source.next(), source.restart());
   EXPECT_TRUE(gen.rewind());

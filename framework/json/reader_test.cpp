@@ -31,7 +31,7 @@ Value parsed(const std::string& text) {
 
 }  // namespace
 
-TEST(Json_Read, Refuses_Malformed_Text_With_A_Reason) {
+TEST(Json_Read, refuses_malformed_text_with_a_reason) {
   EXPECT_EQ(refusal(""), "JSON parse error at offset 0: The document is empty.");
   EXPECT_EQ(refusal("{\"a\": [1, 2"), "JSON parse error at offset 11: Missing a comma or ']' after an array element.");
   EXPECT_EQ(refusal("\"abc"), "JSON parse error at offset 4: Missing a closing quotation mark in string.");
@@ -54,7 +54,7 @@ TEST(Json_Read, Refuses_Malformed_Text_With_A_Reason) {
   EXPECT_FALSE(read(nullptr, 0, out));
 }
 
-TEST(Json_Read, Refuses_Numbers_It_Cannot_Hold_Exactly) {
+TEST(Json_Read, refuses_numbers_it_cannot_hold_exactly) {
   EXPECT_EQ(refusal("18446744073709551616"), "JSON parse error at offset 0: Integer does not fit in 64 bits.");
   EXPECT_EQ(refusal("[-9223372036854775809]"), "JSON parse error at offset 1: Integer does not fit in 64 bits.");
   refusal("[1, 123456789012345678901234567890]");
@@ -76,7 +76,7 @@ TEST(Json_Read, Refuses_Numbers_It_Cannot_Hold_Exactly) {
   EXPECT_EQ(parsed("1.0").type(), real_type);
 }
 
-TEST(Json_Read, Refuses_Nesting_Beyond_The_Limit_Without_Recursion) {
+TEST(Json_Read, refuses_nesting_beyond_the_limit_without_recursion) {
   const std::string deep = std::string(100000, '[') + std::string(100000, ']');
   EXPECT_EQ(refusal(deep), "JSON parse error at offset 513: Nesting deeper than 512 levels.");
   std::string objects;
@@ -88,7 +88,7 @@ TEST(Json_Read, Refuses_Nesting_Beyond_The_Limit_Without_Recursion) {
   EXPECT_EQ(v.type(), array_type);
 }
 
-TEST(Json_Read, Builds_Values_Of_Every_Kind) {
+TEST(Json_Read, builds_values_of_every_kind) {
   const Value v = parsed(
       " {\"s\": \"caf\\u00e9 \\\"q\\\" \\ud83d\\ude00\", \"n\": null, \"t\": true, \"f\": false,"
       "  \"a\": [1, -2, 3.5, {}, []], \"z\": \"\\u0000\", \"dup\": 1, \"dup\": 2} \n");
@@ -110,7 +110,7 @@ TEST(Json_Read, Builds_Values_Of_Every_Kind) {
   EXPECT_FALSE(read(text, 6, out));
 }
 
-TEST(Json_Read, Repeated_Members_Keep_The_Last_However_They_Are_Ordered) {
+TEST(Json_Read, repeated_members_keep_the_last_however_they_are_ordered) {
   // Names alike in their first eight bytes, a NUL inside a name, repeats far apart.
   const Value v = parsed(
       "{\"checksum_b\": 1, \"x\": 1, \"checksum_a\": 2, \"ab\\u0000\": 3, \"x\": 2, \"ab\": 4,"
@@ -123,7 +123,7 @@ TEST(Json_Read, Repeated_Members_Keep_The_Last_However_They_Are_Ordered) {
             Value(Array{Object{{"k", 4}}}));
 }
 
-TEST(Json_Read, Round_Trips_Through_The_Writer) {
+TEST(Json_Read, round_trips_through_the_writer) {
   Object o;
   o["min"] = INT64_MIN;
   o["max"] = INT64_MAX;

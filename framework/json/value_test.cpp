@@ -8,7 +8,7 @@
 
 using namespace json_spirit;
 
-TEST(Json_Value, Integers_Keep_Their_Full_64_Bit_Range) {
+TEST(Json_Value, integers_keep_their_full_64_bit_range) {
   EXPECT_EQ(Value(INT64_MIN).get_int64(), INT64_MIN);
   EXPECT_EQ(Value(INT64_MAX).get_int64(), INT64_MAX);
   EXPECT_EQ(Value(UINT64_MAX).get_uint64(), UINT64_MAX);
@@ -27,7 +27,7 @@ TEST(Json_Value, Integers_Keep_Their_Full_64_Bit_Range) {
   EXPECT_EQ(Value(5).get_real(), 5.0);
 }
 
-TEST(Json_Value, Getters_Throw_On_Type_Mismatch) {
+TEST(Json_Value, getters_throw_on_type_mismatch) {
   const Value s("text");
   EXPECT_THROW(s.get_int(), std::runtime_error);
   EXPECT_THROW(s.get_obj(), std::runtime_error);
@@ -46,7 +46,7 @@ TEST(Json_Value, Getters_Throw_On_Type_Mismatch) {
   EXPECT_EQ(Value(0.25f).type(), real_type) << "a float must not turn into an int or a bool";
 }
 
-TEST(Json_Value, Copies_Are_Deep_And_Moves_Leave_Null) {
+TEST(Json_Value, copies_are_deep_and_moves_leave_null) {
   Object o;
   o["list"] = Array{1, "two", Value::secure("three")};
   Value a(o);
@@ -73,7 +73,7 @@ TEST(Json_Value, Copies_Are_Deep_And_Moves_Leave_Null) {
   EXPECT_EQ(y.get_int(), 1);
 }
 
-TEST(Json_Value, Secure_String_Reads_As_String_But_Compares_By_Kind) {
+TEST(Json_Value, secure_string_reads_as_string_but_compares_by_kind) {
   Value secret = Value::secure("p4ss");
   EXPECT_EQ(secret.type(), secure_str_type);
   EXPECT_EQ(secret.get_str(), "p4ss");
@@ -85,7 +85,7 @@ TEST(Json_Value, Secure_String_Reads_As_String_But_Compares_By_Kind) {
   EXPECT_TRUE(copy.is_null());
 }
 
-TEST(Json_Value, Deep_Nesting_Is_Destroyed_Without_Recursion) {
+TEST(Json_Value, deep_nesting_is_destroyed_without_recursion) {
   Value root = Array();
   Value* cur = &root;
   for (int i = 0; i < 1000000; ++i) {

@@ -9,7 +9,7 @@
 
 using namespace json_spirit;
 
-TEST(Json_Write, Compact_And_Pretty_Text) {
+TEST(Json_Write, compact_and_pretty_text) {
   const Value v(Object{{"b", Array{1, "x", Value()}}, {"a", true}, {"c", 2.5}, {"d", Object()}});
   EXPECT_EQ(write(v), "{\"a\":true,\"b\":[1,\"x\",null],\"c\":2.5,\"d\":{}}");
   EXPECT_EQ(write(v, true),
@@ -24,7 +24,7 @@ TEST(Json_Write, Compact_And_Pretty_Text) {
   EXPECT_STREQ(JSON_Dump(Value(Array{1, 2}), true).c_str(), "[\n    1,\n    2\n]");
 }
 
-TEST(Json_Write, Output_Is_Always_Valid_Json) {
+TEST(Json_Write, output_is_always_valid_json) {
   const double inf = std::numeric_limits<double>::infinity();
   const Value v(Array{inf, -inf, std::nan(""), 1.5});
   EXPECT_EQ(write(v), "[null,null,null,1.5]");
@@ -36,7 +36,7 @@ TEST(Json_Write, Output_Is_Always_Valid_Json) {
   EXPECT_TRUE(read(text, back));
 }
 
-TEST(Json_Write, Secrets_Are_Masked_Only_For_Log_Text) {
+TEST(Json_Write, secrets_are_masked_only_for_log_text) {
   const Value login(Object{{"username", "admin"}, {"password", Value::secure("S3cret!")}});
   EXPECT_EQ(write(login), "{\"password\":\"S3cret!\",\"username\":\"admin\"}");
   EXPECT_EQ(JSON_Redacted_Dump(login).str(), "{\"password\":\"******\",\"username\":\"admin\"}");
@@ -44,7 +44,7 @@ TEST(Json_Write, Secrets_Are_Masked_Only_For_Log_Text) {
   EXPECT_EQ(JSON_Redacted_Dump(Value::secure("")).str(), "\"******\"") << "length is not revealed";
 }
 
-TEST(Json_Write, Deep_Trees_Built_In_Memory) {
+TEST(Json_Write, deep_trees_built_in_memory) {
   Value root = Array();
   Value* cur = &root;
   for (int i = 0; i < 200000; ++i) {

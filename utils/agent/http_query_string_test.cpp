@@ -12,7 +12,7 @@ std::string encode(const char* text, unsigned flags) {
 
 }  // namespace
 
-TEST(HTTP_Encode, EscapesByFlags) {
+TEST(HTTP_Encode, escapes_by_flags) {
   EXPECT_EQ("a+b%2fc", encode("a b/c", HTTP_QUERY_ENCODE_FLAGS));
   EXPECT_EQ("a%20b/c", encode("a b/c", 0));
   EXPECT_EQ("a%2Fb%3A", encode("a/b:", HTTP_ENCODE_SLASH | HTTP_ENCODE_UPPER_HEX));
@@ -43,7 +43,7 @@ TEST(HTTP_Encode, EscapesByFlags) {
   EXPECT_EQ("kept", out);
 }
 
-TEST(HTTP_Query_String_Builder, JoinsParameters) {
+TEST(HTTP_Query_String_Builder, joins_parameters) {
   std::string query;
   HTTP_Query_String_Builder add(query);
   add(nullptr, "x");

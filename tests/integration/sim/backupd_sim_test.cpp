@@ -24,7 +24,7 @@ int post_instance(unsigned short port) {
   return resp.status();
 }
 
-TEST(Backupd_Sim_Program, ServesUntilTerminatedAndRefusesBadArguments) {
+TEST(Backupd_Sim_Program, serves_until_terminated_and_refuses_bad_arguments) {
   const char* build_dir = std::getenv("AGENTUTIL_BUILD_DIR");
   ASSERT_NE(nullptr, build_dir);
   const std::string program = std::string(build_dir) + "/sim/backupd-sim";

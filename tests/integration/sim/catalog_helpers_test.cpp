@@ -14,7 +14,7 @@ constexpr const char* CATALOG = "/d2/r/v2/catalogs/backup/9";
 
 using Catalog_Helpers = Backupd_Sim_Test;
 
-TEST_F(Catalog_Helpers, WritesReadsAndDeletesCatalogs) {
+TEST_F(Catalog_Helpers, writes_reads_and_deletes_catalogs) {
   const Value first(Object{{"id", 1}, {"name", "first"}});
   ASSERT_TRUE(write_catalog(CATALOG, first, 0, 5));
   ASSERT_TRUE(write_catalog(CATALOG, "tag=a%2fb&full", Value(Object{{"id", 2}}), 0, 5));
@@ -48,7 +48,7 @@ TEST_F(Catalog_Helpers, WritesReadsAndDeletesCatalogs) {
   EXPECT_FALSE(delete_catalog(CATALOG, 0, 5));
 }
 
-TEST_F(Catalog_Helpers, RefusesMissingUriBeforeAnyExchange) {
+TEST_F(Catalog_Helpers, refuses_missing_uri_before_any_exchange) {
   Value out;
   const Value catalog(Object{{"id", 1}});
   json_spirit::JSON_Text_Generator gen(std::string("{}"));
@@ -66,7 +66,7 @@ TEST_F(Catalog_Helpers, RefusesMissingUriBeforeAnyExchange) {
   EXPECT_TRUE(out.is_null());
 }
 
-TEST_F(Catalog_Helpers, FirstCatalogRejectsListingsWithoutRows) {
+TEST_F(Catalog_Helpers, first_catalog_rejects_listings_without_rows) {
   const Value untouched(Object{{"untouched", true}});
   Value out = untouched;
   sim_.set_catalog_rows(CATALOG, Array{});
@@ -82,7 +82,7 @@ TEST_F(Catalog_Helpers, FirstCatalogRejectsListingsWithoutRows) {
   EXPECT_EQ(untouched, out);
 }
 
-TEST_F(Catalog_Helpers, FailsOnBrokenServerRepliesAndReadsLargeListings) {
+TEST_F(Catalog_Helpers, fails_on_broken_server_replies_and_reads_large_listings) {
   Array rows;
   const std::string filler(1000, 'x');
   for (int i = 0; i < 4000; ++i) rows.push_back(Object{{"id", i}, {"pad", filler}});

@@ -54,7 +54,7 @@ const Value* row_of(const Value& listing, int pid) {
   return nullptr;
 }
 
-TEST(Agentutil_Mounts, ProcessWithoutItsMountShowsWithTheUrlPasswordHidden) {
+TEST(Agentutil_Mounts, process_without_its_mount_shows_with_the_url_password_hidden) {
   ASSERT_NE("", au_test::agentutil_path()) << "AGENTUTIL_BUILD_DIR is not set";
   au_test::Temp_Dir dir;
   const std::string mount_dir = dir / "serving";

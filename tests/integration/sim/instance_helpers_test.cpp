@@ -31,7 +31,7 @@ class Instance_Helpers : public Backupd_Sim_Test {
   }
 };
 
-TEST_F(Instance_Helpers, KeepsServerAndLocalRegistryInStep) {
+TEST_F(Instance_Helpers, keeps_server_and_local_registry_in_step) {
   Host_Manager::instance()->access_key("k-123");
   sim_.require_access_key("k-123");
   const auto instance = make_instance("u 1/x");
@@ -66,7 +66,7 @@ TEST_F(Instance_Helpers, KeepsServerAndLocalRegistryInStep) {
   EXPECT_EQ(0u, count_at(LM_ERROR)) << log_.dump();
 }
 
-TEST_F(Instance_Helpers, FailedRequestsLeaveLocalRegistryAsItWas) {
+TEST_F(Instance_Helpers, failed_requests_leave_local_registry_as_it_was) {
   const auto instance = make_instance("u2");
   sim_.inject(Backupd_Sim::INSTANCES_PATH, Sim_Fault::reply(400, "{\"error\":\"bad\"}"));
   EXPECT_FALSE(add_instance(instance));
@@ -96,7 +96,7 @@ TEST_F(Instance_Helpers, FailedRequestsLeaveLocalRegistryAsItWas) {
   EXPECT_TRUE(log_.has_check("instance is NULL"));
 }
 
-TEST_F(Instance_Helpers, InstanceInfoRefusesOddRows) {
+TEST_F(Instance_Helpers, instance_info_refuses_odd_rows) {
   std::vector<Value> info{Value("untouched")};
   EXPECT_FALSE(get_instance_info("nobody", info));  // {"rows": []}
   EXPECT_TRUE(log_.has(LM_ERROR, "Failed to get nobody instances info\n")) << log_.dump();

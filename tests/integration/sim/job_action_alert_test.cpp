@@ -9,7 +9,7 @@ using json_spirit::Value;
 
 using Job_Action = Backupd_Sim_Test;
 
-TEST_F(Job_Action, ChecksArgumentsThenPostsActionWithJobInPath) {
+TEST_F(Job_Action, checks_arguments_then_posts_action_with_job_in_path) {
   EXPECT_FALSE(job_action(nullptr, nullptr, nullptr, Object{}));
   EXPECT_TRUE(log_.has_check("action is NULL or \"\""));
   EXPECT_FALSE(job_action("cancel", "", nullptr, Object{}));
@@ -36,7 +36,7 @@ TEST_F(Job_Action, ChecksArgumentsThenPostsActionWithJobInPath) {
 
 using Alert_Client = Backupd_Sim_Test;
 
-TEST_F(Alert_Client, SendsOnlyTheGivenFields) {
+TEST_F(Alert_Client, sends_only_the_given_fields) {
   RESTful_Alert_Client client;
   EXPECT_FALSE(client.init("", sim_.port(), false, "key", 0, 5));
   EXPECT_TRUE(log_.has_check("host is NULL or \"\""));
@@ -61,7 +61,7 @@ TEST_F(Alert_Client, SendsOnlyTheGivenFields) {
   EXPECT_EQ(std::string::npos, log_.dump().find("alert-key"));
 }
 
-TEST_F(Alert_Client, ReportsTheServersAnswer) {
+TEST_F(Alert_Client, reports_the_servers_answer) {
   RESTful_Alert_Client client;
   const auto send = [&client] {
     return client.send_alert(1, Value(), 0, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, 0);

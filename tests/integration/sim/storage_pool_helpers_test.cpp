@@ -29,7 +29,7 @@ class Storage_Pool_Helpers : public Backupd_Sim_Test {
   Backupd_Sim storaged_;
 };
 
-TEST_F(Storage_Pool_Helpers, TalksToTheServerTheUrlNames) {
+TEST_F(Storage_Pool_Helpers, talks_to_the_server_the_url_names) {
   const Value pool(Object{{"uuid", "p1"}, {"size", 1 << 20}});
   Value reply;
   ASSERT_TRUE(pool_http_post(storaged_.url(), POOL_PATH, &pool, &reply)) << log_.dump();
@@ -47,7 +47,7 @@ TEST_F(Storage_Pool_Helpers, TalksToTheServerTheUrlNames) {
   EXPECT_TRUE(sim_.requests().empty());  // nothing went to the backup server
 }
 
-TEST_F(Storage_Pool_Helpers, OnlyStatus200Counts) {
+TEST_F(Storage_Pool_Helpers, only_status_200_counts) {
   const Value body(Object{{"a", 1}});
   Value out(Object{{"before", true}});
   storaged_.set_reply("POST", POOL_PATH, Sim_Reply{201, R"({"created":true})"});
@@ -73,7 +73,7 @@ TEST_F(Storage_Pool_Helpers, OnlyStatus200Counts) {
   EXPECT_TRUE(pool_http_get(storaged_.url(), POOL_PATH, out)) << log_.dump();
 }
 
-TEST_F(Storage_Pool_Helpers, RefusesBadStorageUrls) {
+TEST_F(Storage_Pool_Helpers, refuses_bad_storage_urls) {
   JSON_HTTP_Session session;
   EXPECT_FALSE(init_storaged_session("", session));
   EXPECT_TRUE(log_.has_check("storage_url is empty"));
@@ -96,7 +96,7 @@ TEST_F(Storage_Pool_Helpers, RefusesBadStorageUrls) {
   EXPECT_TRUE(storaged_.requests().empty());
 }
 
-TEST_F(Storage_Pool_Helpers, CatalogOnlineFollowsIncarnationStates) {
+TEST_F(Storage_Pool_Helpers, catalog_online_follows_incarnation_states) {
   sim_.set_catalog_states("c1", {"offline", "online"});
   sim_.set_catalog_states("c2", {"Online", "replicating"});
   EXPECT_EQ(1, is_catalog_online("p1", "c1", true));
