@@ -1,5 +1,7 @@
 // This host's identity towards the backup server: its uuid and the access key it
 // presents on every request. Set by the agent program; read by the framework.
+// One per process; any thread may set or read (a mutex guards both), and readers get
+// copies.
 #pragma once
 
 #include <mutex>

@@ -1,5 +1,6 @@
 // Making HTTP sessions: to a named server, or to one of the servers the process
-// knows by role (HTTP_Options).
+// knows by role (HTTP_Options). Stateless and callable from any thread; the caller owns
+// the session it gets (shared pointer), which follows HTTP_Session's threading rules.
 #pragma once
 
 #include <string>

@@ -106,6 +106,10 @@ static_assert(sizeof(Job_Activity) == 152, "layout");
 // directory is made with mode 0750 when missing; files get mode 0640. `name` is a
 // plain file name: one holding '/' (or "." / "..") is refused, so every activity
 // file stays in the agent's directory.
+//
+// The caller owns the handle; the mapping goes with it, the file stays. One thread
+// writes the record; readers (in this or other processes) may see a field mid-update,
+// as with any shared mapping without a lock: fields are written one at a time.
 class Agent_Job_Activity_Handle
     : public Mem_Map_Handle<Job_Activity, Agent_Job_Activity_Handle, 4096> {
  public:

@@ -1,5 +1,9 @@
 // The agent's local registry of the instances it manages, by uuid. The instance
 // requests keep it in step with the backup server's view.
+//
+// One per process (instance()), never destroyed before exit. Every member may be called
+// from any thread: one mutex guards the registry. The registry shares ownership of the
+// instances it holds; find() hands out a shared pointer that stays valid after removal.
 #pragma once
 
 #include <map>

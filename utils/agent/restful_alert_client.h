@@ -1,5 +1,9 @@
 // Raising alerts on the backup server, through a REST client of its own (alerts
 // may go to a server other than the upstream one).
+//
+// The caller owns the client. init() must finish before other threads call send_alert();
+// send_alert() may then be called from several threads (the REST client serialises its
+// exchanges). A failed send is one log line and false; nothing is queued or resent later.
 #pragma once
 
 #include <memory>

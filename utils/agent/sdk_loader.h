@@ -7,6 +7,9 @@
 // The list is a snapshot taken by the constructor and by reload(); entries whose
 // names are not versions are ignored. A missing or unreadable directory gives an
 // empty list. Version order is Loose_Version's.
+//
+// The caller owns the loader. Its const members may be called from several threads at
+// once; reload() must not run while another thread reads.
 #pragma once
 
 #include <string>

@@ -1,6 +1,9 @@
 // Run-time binding of librados: one process-wide pointer per bound function
 // (ceph::rados_create, ...), filled once by Librados_Wrapper::open. The library is
 // never linked; every librados call in this code base goes through these pointers.
+// Threads: open() binds once under a once-only guard, whichever thread comes first;
+// after that the pointers are read without locks. close() is for tests and process
+// exit only: no other thread may be calling librados then. The library stays loaded.
 #pragma once
 
 #include <ace/DLL.h>

@@ -1,6 +1,9 @@
 // Run-time binding of librbd: one process-wide pointer per bound function
 // (ceph::rbd_open, ...), filled once by Librbd_Wrapper::open. The library is
 // never linked; every librbd call in this code base goes through these pointers.
+// Threads: open() binds once under a once-only guard, whichever thread comes first;
+// after that the pointers are read without locks. close() is for tests and process
+// exit only: no other thread may be calling librbd then. The library stays loaded.
 #pragma once
 
 #include <ace/DLL.h>
