@@ -199,7 +199,14 @@ TEST_F(Backup_Restore, failures_leave_nothing_behind) {
   write(src, 0, 8 * MiB, 'r');
   ASSERT_TRUE(snap(src, "s1"));
   ceph::Ceph_Image_Writer w(factory_);
-  ASSERT_TRUE(w.open(*client_, "ceph://" + POOL + "/" + src));
+  const std::string image = "ceph://" + POOL + "/" + src;
+  // Opening from options: no configuration at all, an image that is not there, a file.
+  EXPECT_FALSE(w.open(ceph::Options{"admin", "", {}}, image));
+  EXPECT_TRUE(logs_.has(LM_ERROR, "Empty Ceph config for Ceph client 'admin'.\n")) << logs_.dump();
+  const ceph::Options inline_conf{"admin", "", ceph::Ceph_Config(au_test::ceph_conf_text()).options()};
+  EXPECT_FALSE(w.open(inline_conf, image + "-missing"));
+  EXPECT_TRUE(logs_.has(LM_ERROR, "Failed to open Ceph Image '" + image + "-missing' by Ceph client 'admin'.\n"));
+  ASSERT_TRUE(w.open(ceph::Options{"admin", au_test::ceph_conf_path(), {}}, image)) << logs_.dump();
   EXPECT_FALSE(w.write("", "p", 0, nullptr));
   EXPECT_TRUE(logs_.has_check("pool_id is empty")) << logs_.dump();
   EXPECT_FALSE(w.write_from(pool_io_, "no/such/piece", 0, nullptr));

@@ -47,6 +47,8 @@ std::vector<Step> plan_steps(const Blocks& extents, uint64_t image_size, bool wh
   return steps;
 }
 
+const char* const OPEN_FAILED = "Failed to open Ceph snapshot '%s' by Ceph client '%s'.\n";
+
 }  // namespace
 
 // One piece being written: the steps in order, the reads in flight, the piece writer.
@@ -146,20 +148,13 @@ class Ceph_Image_Backup::Piece_Run {
 Ceph_Image_Backup::Ceph_Image_Backup(IO_Connection_Factory& factory) : io_factory_(factory) {}
 
 bool Ceph_Image_Backup::open(const Options& options, const std::string& snapshot_uri) {
-  Ceph_Client client(options.client_id, true);
-  if (!connect_client(options, client)) {
-    if (options.ceph_config_file_path.empty() && options.ceph_configs.empty()) return false;
-    ACE_ERROR((LM_ERROR, "Failed to open Ceph snapshot '%s' by Ceph client '%s'.\n",
-               snapshot_uri.c_str(), options.client_id.c_str()));
-    return false;
-  }
-  return open(client, snapshot_uri);
+  return open_on_new_client(options, snapshot_uri, OPEN_FAILED,
+                            [&](Ceph_Client& client) { return open(client, snapshot_uri); });
 }
 
 bool Ceph_Image_Backup::open(Ceph_Client& client, const std::string& snapshot_uri) {
   if (client.open_snapshot(snapshot_uri, snapshot_, true)) return true;
-  ACE_ERROR((LM_ERROR, "Failed to open Ceph snapshot '%s' by Ceph client '%s'.\n",
-             snapshot_uri.c_str(), client.client_id().c_str()));
+  ACE_ERROR((LM_ERROR, OPEN_FAILED, snapshot_uri.c_str(), client.client_id().c_str()));
   return false;
 }
 

@@ -26,21 +26,18 @@ Ceph_Image_Writer::Ceph_Image_Writer(const Options& options, const std::string& 
   open(options, image_uri);
 }
 
+namespace {
+const char* const OPEN_FAILED = "Failed to open Ceph Image '%s' by Ceph client '%s'.\n";
+}  // namespace
+
 bool Ceph_Image_Writer::open(const Options& options, const std::string& image_uri) {
-  Ceph_Client client(options.client_id, true);
-  if (!connect_client(options, client)) {
-    if (options.ceph_config_file_path.empty() && options.ceph_configs.empty()) return false;
-    ACE_ERROR((LM_ERROR, "Failed to open Ceph Image '%s' by Ceph client '%s'.\n",
-               image_uri.c_str(), options.client_id.c_str()));
-    return false;
-  }
-  return open(client, image_uri);
+  return open_on_new_client(options, image_uri, OPEN_FAILED,
+                            [&](Ceph_Client& client) { return open(client, image_uri); });
 }
 
 bool Ceph_Image_Writer::open(Ceph_Client& client, const std::string& image_uri) {
   if (client.open_image(image_uri, image_, false)) return true;
-  ACE_ERROR((LM_ERROR, "Failed to open Ceph Image '%s' by Ceph client '%s'.\n",
-             image_uri.c_str(), client.client_id().c_str()));
+  ACE_ERROR((LM_ERROR, OPEN_FAILED, image_uri.c_str(), client.client_id().c_str()));
   return false;
 }
 

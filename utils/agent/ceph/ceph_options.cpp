@@ -20,4 +20,14 @@ bool connect_client(const Options& options, Ceph_Client& client) {
   return client.connect();
 }
 
+bool open_on_new_client(const Options& options, const std::string& uri,
+                        const char* failure_format,
+                        const std::function<bool(Ceph_Client&)>& open) {
+  Ceph_Client client(options.client_id, true);
+  if (connect_client(options, client)) return open(client);
+  if (!options.ceph_config_file_path.empty() || !options.ceph_configs.empty())
+    ACE_ERROR((LM_ERROR, failure_format, uri.c_str(), options.client_id.c_str()));
+  return false;
+}
+
 }  // namespace ceph
