@@ -71,14 +71,9 @@ int failed() {
 
 int main() {
   std::setvbuf(stdout, nullptr, _IOLBF, 0);
-  const char* conf = std::getenv("AGENTUTIL_CEPH_CONF");
-  if (conf == nullptr || *conf == '\0') {
-    std::fprintf(stderr, "bench_ceph_backup: AGENTUTIL_CEPH_CONF is not set (scripts/run-benches "
-                         "starts a sandbox cluster)\n");
-    return 1;
-  }
-  char dir_template[] = "/tmp/bench-ceph-backup.XXXXXX";
-  const std::string dir = ::mkdtemp(dir_template);
+  const char* conf = cephbench::sandbox_conf("bench_ceph_backup");
+  const std::string dir = cephbench::scratch_dir("bench-ceph-backup");
+  if (conf == nullptr || dir.empty()) return 1;
   cephbench::Scratch_Image image(conf, "rbd", "bench-backup-" + std::to_string(::getpid()));
   if (!cephbench::make_busy_image(image, dir)) return 1;
   Bench b{conf, dir, image};

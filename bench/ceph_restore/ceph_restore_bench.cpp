@@ -87,14 +87,9 @@ int failed() {
 
 int main() {
   std::setvbuf(stdout, nullptr, _IOLBF, 0);
-  const char* conf = std::getenv("AGENTUTIL_CEPH_CONF");
-  if (conf == nullptr || *conf == '\0') {
-    std::fprintf(stderr, "bench_ceph_restore: AGENTUTIL_CEPH_CONF is not set (scripts/run-benches "
-                         "starts a sandbox cluster)\n");
-    return 1;
-  }
-  char dir_template[] = "/tmp/bench-ceph-restore.XXXXXX";
-  const std::string dir = ::mkdtemp(dir_template);
+  const char* conf = cephbench::sandbox_conf("bench_ceph_restore");
+  const std::string dir = cephbench::scratch_dir("bench-ceph-restore");
+  if (conf == nullptr || dir.empty()) return 1;
   const std::string pid = std::to_string(::getpid());
   cephbench::Scratch_Image image(conf, POOL, "bench-restore-src-" + pid);
   if (!cephbench::make_busy_image(image, dir)) return 1;

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <random>
@@ -57,6 +58,19 @@ bool make_busy_image(Scratch_Image& image, const std::string& scratch_dir) {
                                 "64M", "--io-pattern", "seq", image.qualified_name()},
                  nullptr) &&
          image.snapshot("s2");
+}
+
+const char* sandbox_conf(const char* program) {
+  const char* conf = std::getenv("AGENTUTIL_CEPH_CONF");
+  if (conf != nullptr && *conf != '\0') return conf;
+  std::fprintf(stderr, "%s: AGENTUTIL_CEPH_CONF is not set (scripts/run-benches starts a "
+                       "sandbox cluster)\n", program);
+  return nullptr;
+}
+
+std::string scratch_dir(const char* prefix) {
+  std::string path = std::string("/tmp/") + prefix + ".XXXXXX";
+  return ::mkdtemp(&path[0]) ? path : std::string();
 }
 
 void remove_image(const std::string& conf, const std::string& pool, const std::string& name) {

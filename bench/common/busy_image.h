@@ -16,6 +16,13 @@ constexpr uint64_t BUSY_IMAGE_SIZE = 1ull << 30;
 // `scratch_dir` holds the raw content file while it is imported.
 bool make_busy_image(Scratch_Image& image, const std::string& scratch_dir);
 
+// The sandbox's conf ($AGENTUTIL_CEPH_CONF), or null after saying on stderr that
+// `program` cannot run without it.
+const char* sandbox_conf(const char* program);
+
+// A new private directory under /tmp for one run's files.
+std::string scratch_dir(const char* prefix);
+
 // Removes `pool/name` and its snapshots; quiet when it does not exist.
 void remove_image(const std::string& conf, const std::string& pool, const std::string& name);
 
