@@ -9,6 +9,7 @@
 
 #include "framework/base/temp_dir_test.h"
 #include "framework/client_io/client_io_ex.h"
+#include "sim/backupd/backupd_sim.h"
 #include "tests/integration/ceph/pool_fixture.h"
 #include "utils/agent/ceph/ceph_image_backup.h"
 #include "utils/agent/ceph/ceph_image_writer.h"
@@ -144,6 +145,34 @@ TEST_F(Backup_Restore, a_clone_is_backed_up_with_its_parents_data) {
   EXPECT_LE(3 * MiB + 4096, t.bytes_read) << "the parent's data and the clone's own";
   ASSERT_TRUE(restore(clone + "-r", 12 * MiB, {clone + "/full"}));
   EXPECT_EQ(export_sum(clone + "@c1"), export_sum(clone + "-r"));
+}
+
+// The agent's way: pools named by the backup server, connections from the factory.
+TEST_F(Backup_Restore, pieces_move_through_a_pool_the_backup_server_names) {
+  au_sim::Backupd_Sim backupd;
+  ASSERT_TRUE(backupd.start());
+  backupd.add_pool("daily", "file://" + dir_.path());
+  IO_Connection_Factory factory(Client_IO_Base::Options(), 0);
+  ASSERT_TRUE(factory.init_upstream("127.0.0.1", backupd.port(), false, ""));
+  const std::string src = au_test::unique_ceph_name("bk-named");
+  ASSERT_TRUE(make_image(src, 8));
+  write(src, MiB, 2 * MiB, 't');
+  ASSERT_TRUE(snap(src, "s1"));
+
+  ceph::Ceph_Image_Backup b(factory);
+  ASSERT_TRUE(b.open(*client_, "ceph://" + POOL + "/" + src + "@s1"));
+  ASSERT_TRUE(b.backup("daily", "named/full", "", 16, nullptr));
+  cleanup_.image(src + "-r");
+  ceph::Ceph_Image target;
+  ASSERT_TRUE(pool_.new_image(src + "-r", 8 * MiB, target, 1, 22, 0, 0, false));
+  ceph::Ceph_Image_Writer w(factory);
+  ASSERT_TRUE(w.open(*client_, "ceph://" + POOL + "/" + src + "-r"));
+  uint64_t bytes_read = 0;
+  ASSERT_TRUE(w.write("daily", "named/full", 0, &bytes_read)) << logs_.dump();
+  EXPECT_LT(0u, bytes_read);
+  EXPECT_EQ(export_sum(src + "@s1"), export_sum(src + "-r"));
+  EXPECT_FALSE(w.write("weekly", "named/full", 0, nullptr)) << "a pool the server does not know";
+  EXPECT_TRUE(logs_.has_check("io is NULL")) << logs_.dump();
 }
 
 // A short write (the target ends 4 KiB early), a cancel after the first block, a missing
