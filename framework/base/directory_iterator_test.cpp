@@ -8,7 +8,7 @@
 #include <map>
 #include <set>
 
-#include "framework/base/temp_dir_test.h"
+#include "tests/support/temp_dir.h"
 
 TEST(Directory_Iterator, lists_every_entry_but_dot_and_dot_dot_with_its_kind) {
   au_test::Temp_Dir tmp;

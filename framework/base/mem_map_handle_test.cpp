@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string>
 
-#include "framework/base/temp_dir_test.h"
+#include "tests/support/temp_dir.h"
 #include "tests/support/log_capture.h"
 
 namespace {

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "framework/base/temp_dir_test.h"
+#include "tests/support/temp_dir.h"
 #include "tests/support/log_capture.h"
 
 TEST(Path_Conf, makes_each_missing_level_of_the_holding_directory_with_the_mode) {

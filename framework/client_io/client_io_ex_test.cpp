@@ -7,7 +7,7 @@
 
 #include <dirent.h>
 
-#include "framework/base/temp_dir_test.h"
+#include "tests/support/temp_dir.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <fstream>
 #include <functional>
 
-#include "framework/base/temp_dir_test.h"
+#include "tests/support/temp_dir.h"
 #include "framework/client_io/piece_fixture_test.h"
 #include "tests/support/log_capture.h"
 

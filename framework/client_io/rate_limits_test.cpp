@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "framework/base/temp_dir_test.h"
+#include "tests/support/temp_dir.h"
 #include "framework/client_io/client_io_ex.h"
 
 namespace {

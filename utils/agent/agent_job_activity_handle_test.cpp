@@ -11,7 +11,7 @@
 #include <string>
 
 #include "framework/base/scoped_deleter.h"
-#include "framework/base/temp_dir_test.h"
+#include "tests/support/temp_dir.h"
 #include "tests/support/log_capture.h"
 
 namespace {

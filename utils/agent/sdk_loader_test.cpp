@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "framework/base/temp_dir_test.h"
+#include "tests/support/temp_dir.h"
 #include "tests/support/log_capture.h"
 
 namespace {

@@ -7,7 +7,7 @@
 #include <tuple>
 #include <vector>
 
-#include "framework/base/temp_dir_test.h"
+#include "tests/support/temp_dir.h"
 #include "framework/client_io/client_io_ex.h"
 #include "sim/backupd/backupd_sim.h"
 #include "tests/integration/ceph/pool_fixture.h"

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "framework/base/temp_dir_test.h"
+#include "tests/support/temp_dir.h"
 #include "tests/integration/ceph/pool_fixture.h"
 #include "tests/support/agentutil_runner.h"
 #include "tests/support/http_test_server.h"

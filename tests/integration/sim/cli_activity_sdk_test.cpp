@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "framework/base/temp_dir_test.h"
+#include "tests/support/temp_dir.h"
 #include "tests/support/agentutil_runner.h"
 #include "tests/support/json_text.h"
 

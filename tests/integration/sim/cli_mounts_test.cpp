@@ -7,7 +7,7 @@
 
 #include <string>
 
-#include "framework/base/temp_dir_test.h"
+#include "tests/support/temp_dir.h"
 #include "framework/json/reader.h"
 #include "tests/support/agentutil_runner.h"
 

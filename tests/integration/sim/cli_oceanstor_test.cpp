@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "framework/base/temp_dir_test.h"
+#include "tests/support/temp_dir.h"
 #include "sim/common/self_signed_certificate.h"
 #include "sim/oceanstor/oceanstor_sim.h"
 #include "tests/support/agentutil_runner.h"

@@ -1,7 +1,7 @@
 // agentutil piece on a directory pool: what a person sees for good and damaged pieces.
 #include <gtest/gtest.h>
 
-#include "framework/base/temp_dir_test.h"
+#include "tests/support/temp_dir.h"
 #include "framework/client_io/piece_fixture_test.h"
 #include "tests/support/agentutil_runner.h"
 #include "tests/support/json_text.h"

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "framework/base/base64.h"
-#include "framework/base/temp_dir_test.h"
+#include "tests/support/temp_dir.h"
 #include "tests/integration/sim/backupd_sim_fixture.h"
 #include "tests/support/agentutil_runner.h"
 

@@ -9,7 +9,7 @@
 
 #include "framework/base/base64.h"
 #include "framework/base/hex_string.h"
-#include "framework/base/temp_dir_test.h"
+#include "tests/support/temp_dir.h"
 #include "framework/client_io/image_block_writer.h"
 #include "framework/client_io/piece_fixture_test.h"
 #include "framework/json/writer.h"

@@ -15,7 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "framework/base/temp_dir_test.h"
+#include "tests/support/temp_dir.h"
 #include "utils/agent/ceph/ceph_client.h"
 
 #include "tests/support/fake_ceph/fake_ceph.h"

@@ -7,7 +7,7 @@
 #include <tuple>
 #include <vector>
 
-#include "framework/base/temp_dir_test.h"
+#include "tests/support/temp_dir.h"
 #include "tests/support/log_capture.h"
 #include "utils/agent/tencent/client_io_fs_internal.h"
 
