@@ -1,7 +1,6 @@
 #include "framework/client_io/s3_client.h"
 
 #include <curl/curl.h>
-#include <strings.h>
 
 #include <algorithm>
 #include <chrono>
@@ -11,98 +10,12 @@
 #include "framework/base/exponential_backoff.h"
 #include "framework/http/curl_global.h"
 
-namespace {
-
-constexpr size_t MAX_XML_REPLY = 16u << 20;
-
-bool transport_retryable(CURLcode rc) {
-  switch (rc) {
-    case CURLE_COULDNT_CONNECT:
-    case CURLE_OPERATION_TIMEDOUT:
-    case CURLE_SEND_ERROR:
-    case CURLE_RECV_ERROR:
-    case CURLE_GOT_NOTHING:
-    case CURLE_PARTIAL_FILE:
-      return true;
-    default:
-      return false;
-  }
-}
-
-std::string escape(const std::string& text) {
+std::string s3_escape(const std::string& text) {
   char* e = curl_easy_escape(nullptr, text.data(), static_cast<int>(text.size()));
   std::string out = e ? e : "";
   curl_free(e);
   return out;
 }
-
-// Each path segment escaped on its own; the slashes stay.
-std::string escape_path(const std::string& key) {
-  std::string out;
-  size_t start = 0;
-  while (true) {
-    const size_t slash = key.find('/', start);
-    out += escape(key.substr(start, slash - start));
-    if (slash == std::string::npos) return out;
-    out += '/';
-    start = slash + 1;
-  }
-}
-
-struct Exchange {
-  S3_Client::Reply* reply;
-  char* into;
-  size_t into_len;
-  size_t got = 0;
-  bool overflow = false;
-  const char* upload;
-  size_t upload_len;
-  size_t sent = 0;
-
-  static size_t on_body(char* p, size_t size, size_t n, void* self) {
-    auto* x = static_cast<Exchange*>(self);
-    const size_t len = size * n;
-    if (x->into) {
-      if (x->got + len > x->into_len) return x->overflow = true, 0;
-      std::copy(p, p + len, x->into + x->got);
-    } else {
-      if (x->reply->body.size() + len > MAX_XML_REPLY) return x->overflow = true, 0;
-      x->reply->body.append(p, len);
-    }
-    x->got += len;
-    return len;
-  }
-  static size_t on_header(char* p, size_t size, size_t n, void* self) {
-    auto* x = static_cast<Exchange*>(self);
-    const size_t len = size * n;
-    if (len > 5 && ::strncasecmp(p, "etag:", 5) == 0) {
-      std::string v(p + 5, len - 5);
-      v.erase(0, v.find_first_not_of(" \t"));
-      v.erase(v.find_last_not_of(" \t\r\n") + 1);
-      x->reply->etag = v;
-    }
-    return len;
-  }
-  static size_t on_read(char* buf, size_t size, size_t n, void* self) {
-    auto* x = static_cast<Exchange*>(self);
-    const size_t len = std::min(size * n, x->upload_len - x->sent);
-    std::copy(x->upload + x->sent, x->upload + x->sent + len, buf);
-    x->sent += len;
-    return len;
-  }
-  static int on_seek(void* self, curl_off_t offset, int origin) {
-    auto* x = static_cast<Exchange*>(self);
-    if (origin != SEEK_SET || offset < 0 || static_cast<size_t>(offset) > x->upload_len) {
-      return CURL_SEEKFUNC_CANTSEEK;
-    }
-    x->sent = static_cast<size_t>(offset);
-    return CURL_SEEKFUNC_OK;
-  }
-};
-
-using Header_List = std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)>;
-
-}  // namespace
 
 bool xml_next(const std::string& doc, const char* tag, size_t& from, std::string& out) {
   const std::string open = std::string("<") + tag + ">", close = std::string("</") + tag + ">";
@@ -203,84 +116,15 @@ S3_Client::~S3_Client() {
   if (curl_) curl_easy_cleanup(curl_);
 }
 
-std::string S3_Client::url_for(const std::string& key, const std::string& query) const {
-  std::string url = std::string(endpoint_.tls ? "https://" : "http://") + endpoint_.host + ":" +
-                    std::to_string(endpoint_.port) + "/" + endpoint_.bucket;
-  if (!key.empty()) url += "/" + escape_path(endpoint_.prefix + key);
-  if (!query.empty()) url += "?" + query;
-  return url;
-}
-
 bool S3_Client::attempt(const Request& rq, Reply& reply, std::string& error, bool& retryable) {
-  const std::string what = std::string("S3 ") + rq.method + " " + endpoint_.bucket + "/" +
-                           endpoint_.prefix + rq.key;
-  retryable = false;
-  reply = Reply();
-  if (!curl_) return (error = what + ": no curl handle"), false;
-  Exchange x{&reply, rq.into, rq.into_len, 0, false, rq.upload, rq.upload_len, 0};
-  char errbuf[CURL_ERROR_SIZE] = {};
-  const std::string url = url_for(rq.key, rq.query);
-  const std::string sigv4 = "aws:amz:" + endpoint_.region + ":s3";
-  curl_easy_reset(curl_);
-  curl_easy_setopt(curl_, CURLOPT_URL, url.c_str());
-  curl_easy_setopt(curl_, CURLOPT_NOSIGNAL, 1L);
-  curl_easy_setopt(curl_, CURLOPT_PROTOCOLS_STR, "http,https");
-  curl_easy_setopt(curl_, CURLOPT_ERRORBUFFER, errbuf);
-  curl_easy_setopt(curl_, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(endpoint_.connect_timeout_ms));
-  curl_easy_setopt(curl_, CURLOPT_LOW_SPEED_LIMIT, 1L);
-  curl_easy_setopt(curl_, CURLOPT_LOW_SPEED_TIME, std::max(1L, static_cast<long>(endpoint_.io_timeout_ms / 1000)));
-  curl_easy_setopt(curl_, CURLOPT_AWS_SIGV4, sigv4.c_str());
-  curl_easy_setopt(curl_, CURLOPT_USERNAME, endpoint_.access_key.c_str());
-  curl_easy_setopt(curl_, CURLOPT_PASSWORD, endpoint_.secret_key.c_str());
-  if (!endpoint_.ca_file.empty()) curl_easy_setopt(curl_, CURLOPT_CAINFO, endpoint_.ca_file.c_str());
-  curl_easy_setopt(curl_, CURLOPT_WRITEFUNCTION, &Exchange::on_body);
-  curl_easy_setopt(curl_, CURLOPT_WRITEDATA, &x);
-  curl_easy_setopt(curl_, CURLOPT_HEADERFUNCTION, &Exchange::on_header);
-  curl_easy_setopt(curl_, CURLOPT_HEADERDATA, &x);
-  // libcurl signs no payload hash of its own; the gateway wants the header. (An empty
-  // "Expect:" to skip 100-continue would be signed but not sent: the signature fails.)
-  curl_slist* raw = curl_slist_append(nullptr, "x-amz-content-sha256: UNSIGNED-PAYLOAD");
-  if (!rq.range.empty()) raw = curl_slist_append(raw, ("Range: " + rq.range).c_str());
-  Header_List headers(raw, curl_slist_free_all);
-  const std::string method = rq.method;
-  if (method == "HEAD") {
-    curl_easy_setopt(curl_, CURLOPT_NOBODY, 1L);
-  } else if (method == "PUT") {
-    curl_easy_setopt(curl_, CURLOPT_UPLOAD, 1L);
-    curl_easy_setopt(curl_, CURLOPT_READFUNCTION, &Exchange::on_read);
-    curl_easy_setopt(curl_, CURLOPT_READDATA, &x);
-    curl_easy_setopt(curl_, CURLOPT_SEEKFUNCTION, &Exchange::on_seek);
-    curl_easy_setopt(curl_, CURLOPT_SEEKDATA, &x);
-    curl_easy_setopt(curl_, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(rq.upload_len));
-  } else if (method == "POST") {
-    curl_easy_setopt(curl_, CURLOPT_POST, 1L);
-    curl_easy_setopt(curl_, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(rq.upload_len));
-    curl_easy_setopt(curl_, CURLOPT_POSTFIELDS, rq.upload ? rq.upload : "");
-    headers.reset(curl_slist_append(headers.release(), "Content-Type: application/xml"));
-  } else if (method != "GET") {
-    curl_easy_setopt(curl_, CURLOPT_CUSTOMREQUEST, rq.method);
+  if (!curl_) {
+    retryable = false;
+    error = std::string("S3 ") + rq.method + " " + endpoint_.bucket + "/" + endpoint_.prefix + rq.key;
+    return (error += ": no curl handle"), false;
   }
-  curl_easy_setopt(curl_, CURLOPT_HTTPHEADER, headers.get());
-  const CURLcode rc = curl_easy_perform(curl_);
-  curl_easy_setopt(curl_, CURLOPT_HTTPHEADER, nullptr);
-  if (rc != CURLE_OK) {
-    retryable = transport_retryable(rc);
-    error = what + ": " + (x.overflow ? "reply larger than expected" : (errbuf[0] ? errbuf : curl_easy_strerror(rc)));
-    return false;
-  }
-  curl_easy_getinfo(curl_, CURLINFO_RESPONSE_CODE, &reply.status);
-  curl_off_t length = -1;
-  curl_easy_getinfo(curl_, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
-  reply.content_length = length;
-  // A 200 may still carry an error document (a failed multipart completion).
-  const bool error_doc = !rq.into && reply.body.find("<Error>") != std::string::npos;
-  if (reply.status / 100 == 2 && !error_doc) return true;
-  std::string code;
-  size_t at = 0;
-  if (!xml_next(reply.body, "Code", at, code)) code = "no error code";
-  retryable = reply.status >= 500 || (error_doc && reply.status / 100 == 2);
-  error = what + ": HTTP " + std::to_string(reply.status) + " " + code;
-  return false;
+  S3_Attempt a(endpoint_, rq, reply);
+  a.prepare(curl_);
+  return a.judge(curl_, curl_easy_perform(curl_), error, retryable);
 }
 
 bool S3_Client::request(const Request& rq, Reply& reply, std::string& error) {
@@ -310,23 +154,33 @@ int64_t S3_Client::head(const std::string& key, std::string& error) {
   return reply.content_length;
 }
 
-ssize_t S3_Client::get_range(const std::string& key, uint64_t offset, void* buf, size_t len,
-                             int64_t object_size, std::string& error) {
-  if (offset >= static_cast<uint64_t>(object_size) || len == 0) return 0;
-  len = static_cast<size_t>(std::min<uint64_t>(len, object_size - offset));
+S3_Client::Request S3_Client::range_request(const std::string& key, uint64_t offset, void* buf,
+                                            size_t len) {
   Request rq;
   rq.key = key;
   rq.range = "bytes=" + std::to_string(offset) + "-" + std::to_string(offset + len - 1);
   rq.into = static_cast<char*>(buf);
   rq.into_len = len;
-  Reply reply;
-  if (!request(rq, reply, error)) return -1;
-  if (reply.status != 206 && !(reply.status == 200 && offset == 0)) {
-    return (error = "S3 GET " + key + ": the range was not honoured"), -1;
+  return rq;
+}
+
+bool S3_Client::range_reply_ok(const Request& rq, size_t len, const Reply& reply, std::string& error) {
+  if (reply.status != 206 && !(reply.status == 200 && rq.range.rfind("bytes=0-", 0) == 0)) {
+    return (error = "S3 GET " + rq.key + ": the range was not honoured"), false;
   }
   if (reply.content_length != static_cast<int64_t>(len)) {
-    return (error = "S3 GET " + key + ": short range reply"), -1;
+    return (error = "S3 GET " + rq.key + ": short range reply"), false;
   }
+  return true;
+}
+
+ssize_t S3_Client::get_range(const std::string& key, uint64_t offset, void* buf, size_t len,
+                             int64_t object_size, std::string& error) {
+  if (offset >= static_cast<uint64_t>(object_size) || len == 0) return 0;
+  len = static_cast<size_t>(std::min<uint64_t>(len, object_size - offset));
+  const Request rq = range_request(key, offset, buf, len);
+  Reply reply;
+  if (!request(rq, reply, error) || !range_reply_ok(rq, len, reply, error)) return -1;
   return static_cast<ssize_t>(len);
 }
 
@@ -354,19 +208,29 @@ bool S3_Client::create_upload(const std::string& key, std::string& upload_id, st
   return true;
 }
 
-bool S3_Client::upload_part(const std::string& key, const std::string& upload_id, unsigned part,
-                            const char* data, size_t len, std::string& etag, std::string& error) {
+S3_Client::Request S3_Client::part_request(const std::string& key, const std::string& upload_id,
+                                           unsigned part, const char* data, size_t len) {
   Request rq;
   rq.method = "PUT";
   rq.key = key;
-  rq.query = "partNumber=" + std::to_string(part) + "&uploadId=" + escape(upload_id);
+  rq.query = "partNumber=" + std::to_string(part) + "&uploadId=" + s3_escape(upload_id);
   rq.upload = data;
   rq.upload_len = len;
-  Reply reply;
-  if (!request(rq, reply, error)) return false;
-  if (reply.etag.empty()) return (error = "S3 PUT " + key + ": part without an ETag"), false;
+  return rq;
+}
+
+bool S3_Client::part_reply_ok(const Request& rq, const Reply& reply, std::string& etag,
+                              std::string& error) {
+  if (reply.etag.empty()) return (error = "S3 PUT " + rq.key + ": part without an ETag"), false;
   etag = reply.etag;
   return true;
+}
+
+bool S3_Client::upload_part(const std::string& key, const std::string& upload_id, unsigned part,
+                            const char* data, size_t len, std::string& etag, std::string& error) {
+  const Request rq = part_request(key, upload_id, part, data, len);
+  Reply reply;
+  return request(rq, reply, error) && part_reply_ok(rq, reply, etag, error);
 }
 
 bool S3_Client::complete_upload(const std::string& key, const std::string& upload_id,
@@ -380,7 +244,7 @@ bool S3_Client::complete_upload(const std::string& key, const std::string& uploa
   Request rq;
   rq.method = "POST";
   rq.key = key;
-  rq.query = "uploadId=" + escape(upload_id);
+  rq.query = "uploadId=" + s3_escape(upload_id);
   rq.upload = body.data();
   rq.upload_len = body.size();
   Reply reply;
@@ -391,7 +255,7 @@ bool S3_Client::abort_upload(const std::string& key, const std::string& upload_i
   Request rq;
   rq.method = "DELETE";
   rq.key = key;
-  rq.query = "uploadId=" + escape(upload_id);
+  rq.query = "uploadId=" + s3_escape(upload_id);
   Reply reply;
   return request(rq, reply, error) || reply.status == 404;
 }
@@ -401,8 +265,8 @@ bool S3_Client::list(const std::string& prefix, std::vector<std::string>& names,
   std::string token;
   do {
     Request rq;
-    rq.query = (token.empty() ? "" : "continuation-token=" + escape(token) + "&") +
-               "list-type=2&prefix=" + escape(endpoint_.prefix + prefix);
+    rq.query = (token.empty() ? "" : "continuation-token=" + s3_escape(token) + "&") +
+               "list-type=2&prefix=" + s3_escape(endpoint_.prefix + prefix);
     Reply reply;
     if (!request(rq, reply, error)) return false;
     std::string key, truncated;

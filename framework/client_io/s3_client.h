@@ -4,11 +4,13 @@
 // doubling delays on transport errors and 5xx answers only; any other answer is final.
 // Error texts name the method, the object and the server's error code, never a key.
 // One client is one libcurl handle with its kept-alive connection: one thread at a time.
+// S3_Attempt is one try of a request, split so that a multi handle can run several.
 #pragma once
 
 #include <sys/types.h>
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -82,15 +84,46 @@ class S3_Client {
   bool list(const std::string& prefix, std::vector<std::string>& names, std::string& error);
   bool create_bucket(std::string& error);
 
+  // The requests behind get_range() and upload_part(), and the checks of their replies,
+  // for callers that run them on their own handles.
+  static Request range_request(const std::string& key, uint64_t offset, void* buf, size_t len);
+  static bool range_reply_ok(const Request& rq, size_t len, const Reply& reply, std::string& error);
+  static Request part_request(const std::string& key, const std::string& upload_id, unsigned part,
+                              const char* data, size_t len);
+  static bool part_reply_ok(const Request& rq, const Reply& reply, std::string& etag,
+                            std::string& error);
+
   const S3_Endpoint& endpoint() const { return endpoint_; }
 
  private:
   bool attempt(const Request& rq, Reply& reply, std::string& error, bool& retryable);
-  std::string url_for(const std::string& key, const std::string& query) const;
 
   S3_Endpoint endpoint_;
   CURL* curl_ = nullptr;
 };
+
+// One attempt at a request: prepare() sets an easy handle up for it, judge() reads the
+// outcome once libcurl is done with the handle. The request's buffers, the reply and the
+// attempt itself must outlive the transfer.
+class S3_Attempt {
+ public:
+  S3_Attempt(const S3_Endpoint& endpoint, const S3_Client::Request& rq, S3_Client::Reply& reply);
+  ~S3_Attempt();
+  S3_Attempt(const S3_Attempt&) = delete;
+  S3_Attempt& operator=(const S3_Attempt&) = delete;
+
+  void prepare(CURL* curl);
+  // True for a 2xx answer without an S3 error document in it; otherwise `error`, and
+  // whether another attempt may fare better (transport errors and 5xx answers).
+  bool judge(CURL* curl, int curl_code, std::string& error, bool& retryable);
+
+ private:
+  struct State;
+  std::unique_ptr<State> s_;
+};
+
+// `text` percent-encoded for a URL path segment or query value.
+std::string s3_escape(const std::string& text);
 
 // Text between <tag> and </tag> from `from` on, XML entities decoded; `from` moves past
 // it. False when there is none.

@@ -2,20 +2,22 @@
 
 #include <cstring>
 #include <deque>
-#include <future>
 #include <map>
+
+#include "framework/client_io/s3_transfers.h"
 
 namespace {
 
 constexpr size_t PARTS_IN_FLIGHT = 4;
 
 // Sequential reads (each starting where the last one ended) are served from 8 MiB
-// chunks fetched ahead by parallel ranged GETs, so a restore streams like one long GET;
-// other reads fetch exactly their range.
+// chunks fetched ahead by concurrent ranged GETs, so a restore streams like one long
+// GET; other reads fetch exactly their range.
 class S3_Reader : public Pool_Object_Reader {
  public:
   S3_Reader(const S3_Endpoint& endpoint, std::string key, int64_t size)
-      : endpoint_(endpoint), client_(endpoint), key_(std::move(key)), size_(size) {}
+      : transfers_(endpoint), key_(std::move(key)), size_(size) {}
+  ~S3_Reader() override { drop(chunks_.begin(), chunks_.end()); }
   int64_t size() const override { return size_; }
 
   ssize_t pread(void* buf, size_t len, uint64_t offset, std::string& error) override {
@@ -25,8 +27,8 @@ class S3_Reader : public Pool_Object_Reader {
     const bool sequential = offset == next_;
     next_ = offset + len;
     if (!sequential) {
-      chunks_.clear();
-      return client_.get_range(key_, offset, buf, len, size_, error);
+      drop(chunks_.begin(), chunks_.end());
+      return get(S3_Client::range_request(key_, offset, buf, len), len, error) ? static_cast<ssize_t>(len) : -1;
     }
     for (size_t done = 0; done < len;) {
       const uint64_t at = offset + done, index = at / CHUNK;
@@ -40,8 +42,9 @@ class S3_Reader : public Pool_Object_Reader {
       std::memcpy(static_cast<char*>(buf) + done, c.data.data() + (at - index * CHUNK), n);
       done += n;
     }
-    chunks_.erase(chunks_.begin(), chunks_.lower_bound(next_ / CHUNK));
+    drop(chunks_.begin(), chunks_.lower_bound(next_ / CHUNK));
     for (uint64_t i = next_ / CHUNK; i <= next_ / CHUNK + AHEAD; ++i) fetch(i);
+    transfers_.pump();
     return static_cast<ssize_t>(len);
   }
 
@@ -51,44 +54,62 @@ class S3_Reader : public Pool_Object_Reader {
   struct Chunk {
     std::string data;
     std::string error;
+    S3_Transfers::Id id = 0;  // while its GET runs
   };
+  using Chunks = std::map<uint64_t, Chunk>;
+
+  bool get(const S3_Client::Request& rq, size_t len, std::string& error) {
+    S3_Client::Reply reply;
+    return transfers_.wait(transfers_.start(rq), reply, error) &&
+           S3_Client::range_reply_ok(rq, len, reply, error);
+  }
 
   void fetch(uint64_t index) {
     const uint64_t from = index * CHUNK;
     if (from >= static_cast<uint64_t>(size_) || chunks_.count(index)) return;
-    chunks_[index] = std::async(std::launch::async, [this, from] {
-      Chunk c;
-      c.data.resize(std::min<uint64_t>(CHUNK, size_ - from));
-      S3_Client client(endpoint_);
-      if (client.get_range(key_, from, &c.data[0], c.data.size(), size_, c.error) < 0) c.data.clear();
-      return c;
-    }).share();
+    Chunk& c = chunks_[index];
+    c.data.resize(std::min<uint64_t>(CHUNK, size_ - from));
+    c.id = transfers_.start(S3_Client::range_request(key_, from, &c.data[0], c.data.size()));
   }
 
   const Chunk& chunk(uint64_t index) {
     fetch(index);
-    return chunks_[index].get();
+    Chunk& c = chunks_[index];
+    if (c.id == 0) return c;
+    const S3_Client::Request rq = S3_Client::range_request(key_, index * CHUNK, &c.data[0], c.data.size());
+    S3_Client::Reply reply;
+    const bool ok = transfers_.wait(c.id, reply, c.error) &&
+                    S3_Client::range_reply_ok(rq, c.data.size(), reply, c.error);
+    c.id = 0;
+    if (!ok) c.data.clear();
+    return c;
   }
 
-  S3_Endpoint endpoint_;
-  S3_Client client_;
+  void drop(Chunks::iterator from, Chunks::iterator to) {
+    for (auto i = from; i != to; ++i) {
+      if (i->second.id) transfers_.cancel(i->second.id);
+    }
+    chunks_.erase(from, to);
+  }
+
+  S3_Transfers transfers_;
   std::string key_;
   int64_t size_;
   uint64_t next_ = UINT64_MAX;  // where a sequential read would start (none at first)
-  std::map<uint64_t, std::shared_future<Chunk>> chunks_;
+  Chunks chunks_;
 };
 
 class S3_Writer : public Pool_Object_Writer {
  public:
   S3_Writer(const S3_Endpoint& endpoint, std::string key, uint64_t part_size)
-      : endpoint_(endpoint), client_(endpoint), key_(std::move(key)), part_size_(part_size) {
+      : client_(endpoint), transfers_(endpoint), key_(std::move(key)), part_size_(part_size) {
     part_.reserve(part_size_);
   }
 
   ~S3_Writer() override {
     if (done_ || upload_id_.empty()) return;
-    for (auto& f : in_flight_) f.wait();
     std::string ignored;  // best effort: the caller already has its failure
+    drain(0, ignored);    // a part still landing could outlive the abort
     client_.abort_upload(key_, upload_id_, ignored);
   }
 
@@ -102,6 +123,7 @@ class S3_Writer : public Pool_Object_Writer {
       // A full part goes out only once more bytes follow: the last part may be small.
       if (len > 0 && part_.size() == part_size_ && !send_part(error)) return false;
     }
+    transfers_.pump();
     return true;
   }
 
@@ -116,46 +138,51 @@ class S3_Writer : public Pool_Object_Writer {
   }
 
  private:
-  using Part_Result = std::pair<std::string, std::string>;  // etag, error
+  struct Part {
+    std::string data;
+    S3_Client::Request rq;
+    S3_Transfers::Id id;
+  };
 
   bool send_part(std::string& error) {
     if (upload_id_.empty() && !client_.create_upload(key_, upload_id_, error)) return false;
     if (!drain(PARTS_IN_FLIGHT - 1, error)) return false;
-    const unsigned number = ++parts_;
-    auto data = std::make_shared<std::string>(std::move(part_));
+    in_flight_.push_back(Part{std::move(part_), {}, 0});
+    Part& p = in_flight_.back();
+    p.rq = S3_Client::part_request(key_, upload_id_, ++parts_, p.data.data(), p.data.size());
+    p.id = transfers_.start(p.rq);
     part_ = std::string();
     part_.reserve(part_size_);
-    in_flight_.push_back(std::async(std::launch::async, [this, number, data] {
-      S3_Client client(endpoint_);
-      Part_Result r;
-      client.upload_part(key_, upload_id_, number, data->data(), data->size(), r.first, r.second);
-      return r;
-    }));
     return true;
   }
 
   // Waits until at most `keep` parts are in flight; the first failure is the answer.
+  // Every part is waited for, even after one failed, so that none lands after an abort.
   bool drain(size_t keep, std::string& error) {
+    bool ok = true;
     while (in_flight_.size() > keep) {
-      const Part_Result r = in_flight_.front().get();
-      in_flight_.pop_front();
-      if (r.first.empty()) {
-        error = r.second;
-        return false;
+      const Part& p = in_flight_.front();
+      S3_Client::Reply reply;
+      std::string etag, why;
+      if (transfers_.wait(p.id, reply, why) && S3_Client::part_reply_ok(p.rq, reply, etag, why)) {
+        etags_.push_back(etag);
+      } else if (ok) {
+        ok = false;
+        error = why;
       }
-      etags_.push_back(r.first);
+      in_flight_.pop_front();
     }
-    return true;
+    return ok;
   }
 
-  S3_Endpoint endpoint_;
   S3_Client client_;
+  S3_Transfers transfers_;
   std::string key_;
   uint64_t part_size_;
   std::string part_;
   std::string upload_id_;
   unsigned parts_ = 0;
-  std::deque<std::future<Part_Result>> in_flight_;
+  std::deque<Part> in_flight_;  // its elements stay put: requests point into their data
   std::vector<std::string> etags_;
   bool done_ = false;
 };

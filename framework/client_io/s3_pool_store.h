@@ -4,7 +4,8 @@
 // resume buffer size), otherwise as a multipart upload with up to four parts in flight;
 // S3 makes the object visible only when the upload completes, which close() does. A
 // writer dropped before that aborts its upload, so that no parts are left behind.
-// Reads are ranged GETs.
+// Reads are ranged GETs. Concurrent requests run on S3_Transfers, moved by the calling
+// thread: no thread is started here.
 #pragma once
 
 #include <memory>

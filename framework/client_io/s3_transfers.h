@@ -1,0 +1,55 @@
+// Several S3 requests in flight at once on libcurl's multi interface, moved only by the
+// calling thread: transfers progress while it is inside pump() or wait() and otherwise
+// rest in the sockets' buffers, so the library starts no thread of its own. Each request
+// is retried with its own doubling delays on transport errors and 5xx answers only, as
+// S3_Client::request() retries.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "framework/base/exponential_backoff.h"
+#include "framework/client_io/s3_client.h"
+
+typedef void CURLM;
+
+class S3_Transfers {
+ public:
+  using Id = uint64_t;
+
+  explicit S3_Transfers(const S3_Endpoint& endpoint);
+  ~S3_Transfers();  // unfinished transfers are cut off
+  S3_Transfers(const S3_Transfers&) = delete;
+  S3_Transfers& operator=(const S3_Transfers&) = delete;
+
+  // Starts `rq`. Its buffers stay the caller's and must live until the transfer has been
+  // waited for or cancelled.
+  Id start(const S3_Client::Request& rq);
+  // Moves every transfer until `id` is over; true for its success. Either way `id` is
+  // forgotten.
+  bool wait(Id id, S3_Client::Reply& reply, std::string& error);
+  // Moves what can move without blocking.
+  void pump();
+  // Cuts `id` off, wherever it is.
+  void cancel(Id id);
+
+ private:
+  struct Transfer;
+  using Clock = std::chrono::steady_clock;
+
+  void run(Transfer& t);
+  void collect();
+  void launch_due();
+  int poll_timeout_ms() const;
+  void park(Transfer& t);
+
+  S3_Endpoint endpoint_;
+  CURLM* multi_ = nullptr;
+  std::vector<CURL*> idle_;  // easy handles kept for the next transfer
+  std::map<Id, std::unique_ptr<Transfer>> transfers_;
+  Id next_id_ = 1;
+};
