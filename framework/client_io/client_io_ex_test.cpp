@@ -1,5 +1,6 @@
 #include "framework/client_io/client_io_ex.h"
 
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -74,7 +75,7 @@ TEST_F(Dir_Pool, a_piece_appears_whole_only_when_close_succeeds) {
   EXPECT_TRUE(io.close());
 }
 
-TEST_F(Dir_Pool, an_abandoned_or_killed_writer_leaves_nothing_readable) {
+TEST_F(Dir_Pool, an_abandoned_killed_or_unsynced_writer_leaves_nothing_readable) {
   {
     Client_IO_Ex w;
     ASSERT_TRUE(w.connect("file://" + dir.path(), {}));
@@ -94,6 +95,25 @@ TEST_F(Dir_Pool, an_abandoned_or_killed_writer_leaves_nothing_readable) {
   int status = 0;
   ASSERT_EQ(::waitpid(child, &status, 0), child);
   EXPECT_EQ(read_piece("killed"), "<none>");
+  EXPECT_TRUE(listed().empty());
+
+  // Renamed into place, but the directory cannot be synced: every descriptor under the
+  // limit is taken and the piece's own, freed by then, lies above it.
+  const pid_t unsynced = ::fork();
+  if (unsynced == 0) {
+    for (int fd = 0; fd >= 0 && fd < 100;) fd = ::dup(0);
+    Client_IO_Ex w;
+    w.connect("file://" + dir.path(), {});
+    w.open("unsynced", Client_IO_Base::OPEN_WRITE, 0, 0);
+    w.write("a whole piece", 13);
+    const rlimit few = {100, 100};
+    ::setrlimit(RLIMIT_NOFILE, &few);
+    const bool refused = !w.close() && w.last_error().rfind("cannot sync directory", 0) == 0;
+    ::_exit(refused ? 0 : 1);
+  }
+  ASSERT_EQ(::waitpid(unsynced, &status, 0), unsynced);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "close did not fail at the directory sync";
+  EXPECT_EQ(read_piece("unsynced"), "<none>");
   EXPECT_TRUE(listed().empty());
 }
 
