@@ -36,7 +36,11 @@ int list_pieces(const Piece_Args& a) {
     cli::print_json(json_spirit::Array(names.begin(), names.end()));
     return 0;
   }
-  for (const std::string& n : names) std::cout << n << "\n";
+  cli::Table table({"PIECE"});
+  for (const std::string& n : names) table.add({n});
+  if (!table.empty()) table.print(std::cout);
+  else if (a.piece.empty()) std::cout << "no pieces in " << a.pool << "\n";
+  else std::cout << "no pieces starting with '" << a.piece << "' in " << a.pool << "\n";
   return 0;
 }
 

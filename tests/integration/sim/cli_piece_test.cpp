@@ -4,6 +4,7 @@
 #include "tests/support/temp_dir.h"
 #include "framework/client_io/piece_fixture_test.h"
 #include "tests/support/agentutil_runner.h"
+#include "tests/support/http_test_server.h"
 #include "tests/support/json_text.h"
 
 namespace {
@@ -19,9 +20,30 @@ TEST(Agentutil_Piece, ls_info_and_verify_tell_good_pieces_from_damaged_ones) {
   const std::string opts = scratch.write_file(
       "opts.json", std::string(R"({"cipher":"aes-256-gcm","key":")") + KEY + R"(","iv":")" + IV + R"("})");
 
-  const au_test::Run_Result ls = au_test::run_agentutil({"piece", "ls", url, "job/"}, scratch.path());
-  EXPECT_EQ(0, ls.status) << ls.err;
-  EXPECT_EQ("job/p1\n", ls.out);
+  const struct {
+    std::string prefix, out;
+  } listings[] = {
+      {"job/", "PIECE\njob/p1\n"},
+      {"none/", "no pieces starting with 'none/' in " + url + "\n"},
+  };
+  for (const auto& l : listings) {
+    const au_test::Run_Result ls = au_test::run_agentutil({"piece", "ls", url, l.prefix}, scratch.path());
+    EXPECT_EQ(0, ls.status) << ls.err;
+    EXPECT_EQ(l.out, ls.out);
+  }
+
+  const au_test::Run_Result text = au_test::run_agentutil({"piece", "info", url, "job/p1"}, scratch.path());
+  ASSERT_EQ(0, text.status) << text.err;
+  EXPECT_FALSE(au_test::has_trailing_blanks(text.out)) << text.out;
+  EXPECT_EQ(11u, au_test::line_count(text.out)) << text.out;
+  // Values that depend on how well zstd did are checked by label only.
+  for (const char* line : {"piece              job/p1\n", "format version     1\n", "image size         8 MiB\n",
+                           "block size         64 KiB\n", "compression        zstd\n", "cipher             aes-256-gcm\n",
+                           "records            2 data records, 1 zero record\n",
+                           "image bytes        2.3 MiB (2 MiB zeros)\n", "\nstored bytes       ",
+                           "\ncompression ratio  ", "\npiece size         "}) {
+    EXPECT_NE(std::string::npos, text.out.find(line)) << line << " in\n" << text.out;
+  }
 
   const au_test::Run_Result info = au_test::run_agentutil({"--json", "piece", "info", url, "job/p1"}, scratch.path());
   ASSERT_EQ(0, info.status) << info.err;
@@ -50,6 +72,50 @@ TEST(Agentutil_Piece, ls_info_and_verify_tell_good_pieces_from_damaged_ones) {
     EXPECT_EQ(1, r.status) << f.said;
     EXPECT_EQ(1u, au_test::line_count(r.err)) << r.err;
     EXPECT_NE(std::string::npos, r.err.find(f.said)) << r.err;
+  }
+}
+
+// S3 keys reach the tool through its environment (or an options file), never argv.
+TEST(Agentutil_Piece, s3_keys_come_from_the_environment) {
+  ASSERT_NE("", au_test::agentutil_path()) << "AGENTUTIL_BUILD_DIR is not set";
+  au_test::HTTP_Test_Server server;
+  server.on("GET", "/b", [](const httplib::Request&, httplib::Response& res) {
+    res.set_content("<ListBucketResult><IsTruncated>false</IsTruncated>"
+                    "<Contents><Key>job/p1</Key></Contents></ListBucketResult>",
+                    "application/xml");
+  });
+  ASSERT_TRUE(server.start());
+  au_test::Temp_Dir scratch;
+  const std::string url = "s3://127.0.0.1:" + std::to_string(server.port()) + "/b";
+  const char* const secret = "env-secret-never-shown";
+  const struct {
+    bool keys;
+    int status;
+    std::string out, err;
+  } cases[] = {
+      {true, 0, "PIECE\njob/p1\n", ""},
+      {false, 1, "", "an S3 pool needs an access key and a secret key in the options"},
+  };
+  for (const auto& c : cases) {
+    if (c.keys) {
+      ::setenv("AGENTUTIL_S3_ACCESS_KEY", "AKENV", 1);
+      ::setenv("AGENTUTIL_S3_SECRET_KEY", secret, 1);
+    } else {
+      ::unsetenv("AGENTUTIL_S3_ACCESS_KEY");
+      ::unsetenv("AGENTUTIL_S3_SECRET_KEY");
+    }
+    const au_test::Run_Result r = au_test::run_agentutil({"piece", "ls", url}, scratch.path());
+    EXPECT_EQ(c.status, r.status) << r.err;
+    EXPECT_EQ(c.out, r.out);
+    EXPECT_NE(std::string::npos, r.err.find(c.err)) << r.err;
+    EXPECT_EQ(std::string::npos, (r.out + r.err).find(secret));
+  }
+  ::unsetenv("AGENTUTIL_S3_ACCESS_KEY");
+  ::unsetenv("AGENTUTIL_S3_SECRET_KEY");
+  const auto requests = server.requests();
+  ASSERT_FALSE(requests.empty());
+  for (const auto& r : requests) {
+    EXPECT_EQ(0u, r.header("Authorization").rfind("AWS4-HMAC-SHA256 Credential=AKENV/", 0));
   }
 }
 
