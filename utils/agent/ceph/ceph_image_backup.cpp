@@ -174,7 +174,11 @@ bool Ceph_Image_Backup::backup_to(Client_IO_Base& io, const std::string& piece_p
                                   Backup_Totals* totals) {
   if (AU_IS_EMPTY(piece_path)) return false;
   if (AU_IS_FALSE(snapshot_)) return false;
-  const uint64_t size = snapshot_.size();
+  // The size through rbd_stat, which fails aloud: a size of 0 from a failed query would
+  // make an empty piece that restores nothing.
+  Snapshot_Stat stat;
+  if (!snapshot_.stat(stat)) return false;
+  const uint64_t size = stat.size;
   // The whole image reads the parent's extents too (a clone's data lives there); holes
   // are left to the zero stretches. Since a base, holes punched in between are changes.
   const bool whole_image = from_snap.empty();

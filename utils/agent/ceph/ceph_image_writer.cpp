@@ -71,7 +71,12 @@ bool Ceph_Image_Writer::write_from(Client_IO_Base& io, const std::string& piece_
   io.close();
   allocation_known_ = false;
   // Blocks that librbd holds in its cache must reach the cluster before we say "restored".
-  if (!ok || !rbd_handle::flush(image_.context())) return false;
+  if (!ok) return false;
+  if (!rbd_handle::flush(image_.context())) {
+    ACE_ERROR((LM_ERROR, "Failed to flush Ceph image '%s' after piece '%s'.\n",
+               image_.uri().c_str(), piece_path.c_str()));
+    return false;
+  }
   if (bytes_read != nullptr) *bytes_read = io.bytes_read();
   return true;
 }

@@ -51,7 +51,9 @@ Rbd_Aio_Window::Request& Rbd_Aio_Window::next_slot(Kind kind, uint64_t offset, u
 // Takes back the slot just pushed when librbd refused it.
 int Rbd_Aio_Window::queue(Request& r, int submitted) {
   if (submitted >= 0) return 0;
-  rbd_aio_release(static_cast<rbd_completion_t>(r.completion));
+  // A completion librbd never made has nothing to release.
+  if (r.completion != nullptr) rbd_aio_release(static_cast<rbd_completion_t>(r.completion));
+  r.completion = nullptr;
   idle_.push_back(std::move(in_flight_.back()));
   in_flight_.pop_back();
   return submitted;

@@ -132,8 +132,9 @@ bool diff_iterate(const Ceph_Context& ctx, Basic_String_Arg<char> from_snap,
 }
 
 bool allocated_extents(const Ceph_Context& ctx, Blocks& blocks) {
-  if (AU_IS_NULL(ctx.img_ctx_)) return false;
-  const uint64_t length = size(ctx);
+  Snapshot_Stat st;
+  if (!stat(ctx, st)) return false;  // never "nothing allocated" for a failed query
+  const uint64_t length = st.size;
   // Whole objects: cheap with an object map, and "may hold data" is all a caller asks.
   const Diff_Callback keep = [&blocks](uint64_t offset, uint64_t len, int exists) {
     if (exists) blocks.emplace_back(offset, len);
