@@ -13,6 +13,7 @@
 #include "tests/integration/ceph/pool_fixture.h"
 #include "utils/agent/ceph/ceph_image_backup.h"
 #include "utils/agent/ceph/ceph_image_writer.h"
+#include "utils/agent/ceph/ceph_pointers_internal.h"
 #include "utils/agent/ceph/librbd_wrapper.h"
 #include "utils/agent/ceph/rbd_handle.h"
 #include "utils/agent/io_connection_factory.h"

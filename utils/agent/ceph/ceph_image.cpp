@@ -11,6 +11,7 @@
 #include "framework/log/check.h"
 #include "framework/log/trace.h"
 #include "utils/agent/ceph/ceph_error.h"
+#include "utils/agent/ceph/ceph_pointers_internal.h"
 #include "utils/agent/ceph/librbd_wrapper.h"
 #include "utils/agent/ceph/rbd_handle.h"
 #include "utils/agent/ceph/uri_components.h"

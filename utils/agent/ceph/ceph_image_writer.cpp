@@ -11,6 +11,7 @@
 #include "framework/client_io/image_block_reader.h"
 #include "framework/log/check.h"
 #include "utils/agent/ceph/ceph_client.h"
+#include "utils/agent/ceph/ceph_pointers_internal.h"
 #include "utils/agent/ceph/librbd_wrapper.h"
 #include "utils/agent/ceph/rbd_aio_window.h"
 #include "utils/agent/ceph/rbd_handle.h"

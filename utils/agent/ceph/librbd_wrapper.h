@@ -1,6 +1,7 @@
 // Run-time binding of librbd: one process-wide pointer per bound function
 // (ceph::rbd_open, ...), filled once by Librbd_Wrapper::open. The library is
-// never linked; every librbd call in this code base goes through these pointers.
+// never linked; every librbd call in this code base goes through these pointers,
+// which ceph_pointers_internal.h declares (internal: agents do not see them).
 // Threads: open() binds once under a once-only guard, whichever thread comes first;
 // after that the pointers are read without locks. close() is for tests and process
 // exit only: no other thread may be calling librbd then. The library stays loaded.
@@ -9,20 +10,10 @@
 #include <ace/DLL.h>
 #include <ace/Null_Mutex.h>
 #include <ace/Singleton.h>
-#include <rbd/librbd.h>
 
 #include <mutex>
 
-#include "utils/agent/ceph/ceph_symbols.h"
-#include "utils/agent/ceph/librbd_aio_symbols.h"
-#include "utils/agent/ceph/librbd_symbols.h"
-
 namespace ceph {
-
-AU_CEPH_IGNORE_DEPRECATED_BEGIN
-AU_LIBRBD_SYMBOLS(AU_CEPH_DECLARE_POINTER)
-AU_LIBRBD_AIO_SYMBOLS(AU_CEPH_DECLARE_POINTER)
-AU_CEPH_IGNORE_DEPRECATED_END
 
 class Librbd_Wrapper {
  public:
