@@ -18,6 +18,8 @@
 #include <string>
 #include <type_traits>
 
+#include "framework/base/api.h"
+
 template <class CharT>
 class Directory_Entry_T {
   static_assert(std::is_same<CharT, char>::value, "directory names are read as char");
@@ -39,7 +41,7 @@ class Directory_Entry_T {
 using Directory_Entry = Directory_Entry_T<char>;
 
 // Owns the open directory stream; iterators over it share its position.
-class Directory_Reader {
+class AGENTUTIL_API Directory_Reader {
  public:
   explicit Directory_Reader(const char* path);
   ~Directory_Reader();

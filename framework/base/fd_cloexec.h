@@ -3,4 +3,6 @@
 // when fcntl refuses (bad descriptor).
 #pragma once
 
-bool enable_fd_cloexec(int fd);
+#include "framework/base/api.h"
+
+AGENTUTIL_API bool enable_fd_cloexec(int fd);

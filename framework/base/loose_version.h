@@ -24,7 +24,9 @@
 #include <string>
 #include <vector>
 
-class Loose_Version {
+#include "framework/base/api.h"
+
+class AGENTUTIL_API Loose_Version {
  public:
   Loose_Version() = default;
   explicit Loose_Version(const char* text);

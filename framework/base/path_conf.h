@@ -13,7 +13,9 @@
 
 #include <string>
 
-class Path_Conf {
+#include "framework/base/api.h"
+
+class AGENTUTIL_API Path_Conf {
  public:
   Path_Conf(const char* dir, bool leaf_is_dir, const char* name, unsigned mode);
 
@@ -31,4 +33,4 @@ class Path_Conf {
 
 // mkdir -p: makes `dir` and every missing parent with `mode`. Returns 0, or the
 // errno of the step that failed (ENOTDIR when a level exists but is no directory).
-int make_directories(const std::string& dir, unsigned mode);
+AGENTUTIL_API int make_directories(const std::string& dir, unsigned mode);

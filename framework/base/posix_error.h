@@ -4,7 +4,9 @@
 
 #include <string>
 
-class POSIX_Error {
+#include "framework/base/api.h"
+
+class AGENTUTIL_API POSIX_Error {
  public:
   // Formats accepted by the second constructor argument.
   enum Format {

@@ -12,9 +12,10 @@
 #include <cstdint>
 #include <string>
 
+#include "framework/base/api.h"
 #include "framework/client_io/client_io_enums.h"
 
-class Client_IO_Base {
+class AGENTUTIL_API Client_IO_Base {
  public:
   // How the agent reaches a pool's data: chosen by the framework, over the LAN, or
   // through the local agent's RPC listener.
@@ -66,5 +67,6 @@ class Client_IO_Base {
 };
 
 // "auto", "lan_base", "rpc"; null outside the enumeration.
-const char* d2t_access_mode_name(Client_IO_Base::D2T_Access_Mode m);
-bool d2t_access_mode_from_name(const std::string& name, Client_IO_Base::D2T_Access_Mode& out);
+AGENTUTIL_API const char* d2t_access_mode_name(Client_IO_Base::D2T_Access_Mode m);
+AGENTUTIL_API bool d2t_access_mode_from_name(const std::string& name,
+                                             Client_IO_Base::D2T_Access_Mode& out);

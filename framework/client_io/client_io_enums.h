@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "framework/base/api.h"
+
 // How the records of a piece are compressed. The numeric codes are stored in pieces
 // and passed between agents.
 enum Compression_Method {
@@ -21,10 +23,11 @@ enum Encryption_Algorithm {
 };
 
 // "none", "auto", "lzop", "zstd"; null for a value outside the enumeration.
-const char* compression_method_name(Compression_Method m);
+AGENTUTIL_API const char* compression_method_name(Compression_Method m);
 // False (and `out` untouched) for any other text.
-bool compression_method_from_name(const std::string& name, Compression_Method& out);
+AGENTUTIL_API bool compression_method_from_name(const std::string& name, Compression_Method& out);
 
 // "none", "aes-256-gcm"; null outside the enumeration.
-const char* encryption_algorithm_name(Encryption_Algorithm a);
-bool encryption_algorithm_from_name(const std::string& name, Encryption_Algorithm& out);
+AGENTUTIL_API const char* encryption_algorithm_name(Encryption_Algorithm a);
+AGENTUTIL_API bool encryption_algorithm_from_name(const std::string& name,
+                                                  Encryption_Algorithm& out);

@@ -15,11 +15,12 @@
 #include <string>
 #include <vector>
 
+#include "framework/base/api.h"
 #include "framework/client_io/client_io_options.h"
 #include "framework/client_io/pool_store.h"
 #include "framework/client_io/rate_limits.h"
 
-class Client_IO_Ex : public Client_IO_Base {
+class AGENTUTIL_API Client_IO_Ex : public Client_IO_Base {
  public:
   Client_IO_Ex();
   ~Client_IO_Ex() override;

@@ -13,12 +13,13 @@
 #include <map>
 #include <string>
 
+#include "framework/base/api.h"
 #include "framework/client_io/client_io_base.h"
 #include "framework/client_io/client_io_enums.h"
 #include "framework/client_io/rate_limits.h"
 #include "framework/json/value.h"
 
-struct Client_IO_Base::Options {
+struct AGENTUTIL_API Client_IO_Base::Options {
   Compression_Method compression_method = COMPR_AUTO;
   Rate_Limits rate_limits;
   D2T_Access_Mode d2t_access_mode = D2T_Access_Auto;

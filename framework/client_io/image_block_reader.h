@@ -26,17 +26,18 @@
 #include <functional>
 #include <vector>
 
+#include "framework/base/api.h"
 #include "framework/client_io/client_io_base.h"
 #include "framework/client_io/piece_format.h"
 
-struct Piece_Layout {
+struct AGENTUTIL_API Piece_Layout {
   uint64_t piece_size = 0;
   piece::Header header;
   std::vector<piece::Record> records;
   std::vector<uint64_t> positions;  // piece offset of each record header
 };
 
-class Image_Block_Reader {
+class AGENTUTIL_API Image_Block_Reader {
  public:
   using Sink = std::function<bool(const void* data, size_t length, off_t offset)>;
 

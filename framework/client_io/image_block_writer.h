@@ -17,13 +17,14 @@
 #include <memory>
 #include <string>
 
+#include "framework/base/api.h"
 #include "framework/client_io/client_io_options.h"
 #include "framework/client_io/piece_format.h"
 #include "framework/client_io/record_cipher.h"
 
 struct XXH3_state_s;
 
-class Image_Block_Writer {
+class AGENTUTIL_API Image_Block_Writer {
  public:
   explicit Image_Block_Writer(Client_IO_Base& io);
   // Compression and encryption from `options` instead of the connection's.

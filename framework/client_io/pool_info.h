@@ -16,13 +16,14 @@
 #include <map>
 #include <string>
 
+#include "framework/base/api.h"
 #include "framework/client_io/client_io_options.h"
 #include "framework/json/value.h"
 
 class HTTP_Response;
 class JSON_RESTful_Client;
 
-struct Pool_Info {
+struct AGENTUTIL_API Pool_Info {
   std::string uuid;
   std::string name;
   std::string host_uuid;
@@ -45,9 +46,10 @@ struct Pool_Info {
 
 // Reads the reply shape above. False with the reason in `error` (never a secret's
 // text); `info` is then unspecified.
-bool pool_info_from_json(const json_spirit::Value& reply, Pool_Info& info, std::string& error);
+AGENTUTIL_API bool pool_info_from_json(const json_spirit::Value& reply, Pool_Info& info,
+                                       std::string& error);
 // The reply shape; secrets that are set as secure strings (masked in text for people).
-json_spirit::Value pool_info_to_json(const Pool_Info& info);
+AGENTUTIL_API json_spirit::Value pool_info_to_json(const Pool_Info& info);
 
 // Asks the backup server through `client` for `pool`'s description.
 //   device_uuid     the device the pool is asked for; null or "" for none
@@ -62,11 +64,12 @@ json_spirit::Value pool_info_to_json(const Pool_Info& info);
 // `log_failure` is false, one LM_ERROR line names the pool (the HTTP client adds its
 // own line for each failed exchange). Several threads may ask through one client:
 // its exchanges are serialised.
-bool get_pool_info(JSON_RESTful_Client& client, const std::string& pool, const char* device_uuid,
-                   Pool_Info& info, bool is_restore, const std::atomic<bool>* cancel = nullptr,
-                   int retry_seconds = 0, int max_attempts = -1, bool log_failure = true,
-                   std::string* error = nullptr, HTTP_Response* response = nullptr,
-                   bool require_device = false);
+AGENTUTIL_API bool get_pool_info(JSON_RESTful_Client& client, const std::string& pool,
+                                 const char* device_uuid, Pool_Info& info, bool is_restore,
+                                 const std::atomic<bool>* cancel = nullptr, int retry_seconds = 0,
+                                 int max_attempts = -1, bool log_failure = true,
+                                 std::string* error = nullptr, HTTP_Response* response = nullptr,
+                                 bool require_device = false);
 
 // Applies `info` to a connection's options:
 //   - a pool that seals data itself gets no client-side cipher; otherwise a pool
@@ -78,4 +81,4 @@ bool get_pool_info(JSON_RESTful_Client& client, const std::string& pool, const c
 //     keys (they win over the tenant key) and any other member NAME becomes
 //     extra_options "s3_NAME" (e.g. "s3_region").
 // Everything else in `options` stays as it was.
-void set_options_by_pool(Client_IO_Base::Options& options, const Pool_Info& info);
+AGENTUTIL_API void set_options_by_pool(Client_IO_Base::Options& options, const Pool_Info& info);

@@ -2,9 +2,10 @@
 // response has: a status code.
 #pragma once
 
+#include "framework/base/api.h"
 #include "framework/http/http_headers.h"
 
-class CGI_Base {
+class AGENTUTIL_API CGI_Base {
  public:
   virtual ~CGI_Base() = default;
 
@@ -15,7 +16,7 @@ class CGI_Base {
   HTTP_Headers headers_;
 };
 
-class CGI_Response : public CGI_Base {
+class AGENTUTIL_API CGI_Response : public CGI_Base {
  public:
   // 0 until a reply has been received.
   int status() const { return status_; }

@@ -7,7 +7,9 @@
 #include <mutex>
 #include <string>
 
-class Host_Manager {
+#include "framework/base/api.h"
+
+class AGENTUTIL_API Host_Manager {
  public:
   static Host_Manager* instance();
 

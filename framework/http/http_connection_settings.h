@@ -5,7 +5,9 @@
 #include <cstdint>
 #include <string>
 
-struct HTTP_Connection_Settings {
+#include "framework/base/api.h"
+
+struct AGENTUTIL_API HTTP_Connection_Settings {
   static constexpr std::uint64_t DEFAULT_MAX_REPLY_BYTES = 64ull << 20;
 
   std::string host;
@@ -48,4 +50,5 @@ enum HTTP_Connection_Flag : unsigned {
 };
 
 // `settings` with the flags applied.
-HTTP_Connection_Settings apply_connection_flags(HTTP_Connection_Settings settings, unsigned flags);
+AGENTUTIL_API HTTP_Connection_Settings apply_connection_flags(HTTP_Connection_Settings settings,
+                                                              unsigned flags);

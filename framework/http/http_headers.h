@@ -7,7 +7,9 @@
 #include <utility>
 #include <vector>
 
-class HTTP_Headers {
+#include "framework/base/api.h"
+
+class AGENTUTIL_API HTTP_Headers {
  public:
   using Field = std::pair<std::string, std::string>;
   using const_iterator = std::vector<Field>::const_iterator;

@@ -7,15 +7,16 @@
 #include <mutex>
 #include <string>
 
+#include "framework/base/api.h"
 #include "framework/http/http_connection_settings.h"
 
-struct HTTP_Server_Address {
+struct AGENTUTIL_API HTTP_Server_Address {
   std::string host;
   unsigned short port = 0;
   bool ssl = false;
 };
 
-class HTTP_Options {
+class AGENTUTIL_API HTTP_Options {
  public:
   // The backup server's REST and JSON-RPC port on this host, until told otherwise.
   static constexpr unsigned short DEFAULT_BACKUPD_PORT = 50305;
@@ -51,7 +52,7 @@ class HTTP_Options {
 
 // Where backupd's WebSocket channel endpoint is, for agents that hold a channel open.
 // Unset (empty host) until the agent program sets it.
-class WebSocket_Options {
+class AGENTUTIL_API WebSocket_Options {
  public:
   static WebSocket_Options* instance();
 

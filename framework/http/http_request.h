@@ -4,10 +4,11 @@
 
 #include <string>
 
+#include "framework/base/api.h"
 #include "framework/http/cgi_base.h"
 #include "framework/http/http_method.h"
 
-class HTTP_Request : public CGI_Base {
+class AGENTUTIL_API HTTP_Request : public CGI_Base {
  public:
   // parse_query = true splits `uri` at its first "?" into path and query text
   // (replacing any query held before); false keeps it whole as the path and leaves

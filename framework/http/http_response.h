@@ -3,9 +3,10 @@
 
 #include <string>
 
+#include "framework/base/api.h"
 #include "framework/http/cgi_base.h"
 
-class HTTP_Response : public CGI_Response {
+class AGENTUTIL_API HTTP_Response : public CGI_Response {
  public:
   std::string& body() { return body_; }
   const std::string& body() const { return body_; }

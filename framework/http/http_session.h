@@ -9,6 +9,7 @@
 #include <mutex>
 #include <string>
 
+#include "framework/base/api.h"
 #include "framework/http/curl_transport.h"
 #include "framework/http/http_connection_settings.h"
 #include "framework/http/http_headers.h"
@@ -16,7 +17,7 @@
 #include "framework/http/http_request_body.h"
 #include "framework/http/http_response.h"
 
-class HTTP_Session {
+class AGENTUTIL_API HTTP_Session {
  public:
   explicit HTTP_Session(const HTTP_Connection_Settings& settings);
   virtual ~HTTP_Session() = default;

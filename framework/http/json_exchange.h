@@ -3,12 +3,13 @@
 // is a false result with one LM_ERROR line that names the request.
 #pragma once
 
+#include "framework/base/api.h"
 #include "framework/http/http_retry.h"
 #include "framework/http/http_session.h"
 #include "framework/json/generator.h"
 #include "framework/json/value.h"
 
-struct JSON_Exchange_Options {
+struct AGENTUTIL_API JSON_Exchange_Options {
   HTTP_Retry_Policy policy;
   // Fields sent with the request unless it has its own of the same name.
   HTTP_Headers headers;
@@ -21,10 +22,10 @@ struct JSON_Exchange_Options {
 // `body` may be null (no body). `reply` may be null (the reply body is not read).
 // A status other than 2xx is a failure; its body is still read into `reply` when it
 // is JSON, since servers explain errors there. An empty 2xx body reads as null.
-bool json_exchange(HTTP_Session& session, const JSON_Exchange_Options& options,
-                   HTTP_Request& request, const json_spirit::Value* body,
-                   HTTP_Response& response, json_spirit::Value* reply);
+AGENTUTIL_API bool json_exchange(HTTP_Session& session, const JSON_Exchange_Options& options,
+                                 HTTP_Request& request, const json_spirit::Value* body,
+                                 HTTP_Response& response, json_spirit::Value* reply);
 
-bool json_exchange(HTTP_Session& session, const JSON_Exchange_Options& options,
-                   HTTP_Request& request, json_spirit::JSON_Generator& body,
-                   HTTP_Response& response, json_spirit::Value* reply);
+AGENTUTIL_API bool json_exchange(HTTP_Session& session, const JSON_Exchange_Options& options,
+                                 HTTP_Request& request, json_spirit::JSON_Generator& body,
+                                 HTTP_Response& response, json_spirit::Value* reply);

@@ -3,11 +3,12 @@
 // that is JSON where one is asked for, else false with one LM_ERROR line.
 #pragma once
 
+#include "framework/base/api.h"
 #include "framework/http/http_session.h"
 #include "framework/http/json_exchange.h"
 #include "framework/json/value.h"
 
-class JSON_HTTP_Session {
+class AGENTUTIL_API JSON_HTTP_Session {
  public:
   using Value = json_spirit::Value;
 

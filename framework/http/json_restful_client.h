@@ -18,6 +18,7 @@
 #include <cstdint>
 #include <mutex>
 
+#include "framework/base/api.h"
 #include "framework/http/http_connection_settings.h"
 #include "framework/http/http_request.h"
 #include "framework/http/http_response.h"
@@ -26,7 +27,7 @@
 #include "framework/json/generator.h"
 #include "framework/json/value.h"
 
-class JSON_RESTful_Client {
+class AGENTUTIL_API JSON_RESTful_Client {
  public:
   using Value = json_spirit::Value;
   using JSON_Generator = json_spirit::JSON_Generator;

@@ -8,9 +8,10 @@
 // the settings and a share of the connection under the client's lock).
 #pragma once
 
+#include "framework/base/api.h"
 #include "framework/http/json_restful_client.h"
 
-class Upstream_JSON_RESTful_Client : public JSON_RESTful_Client {
+class AGENTUTIL_API Upstream_JSON_RESTful_Client : public JSON_RESTful_Client {
  public:
   // flags: HTTP_Connection_Flag values.
   explicit Upstream_JSON_RESTful_Client(unsigned flags = 0);

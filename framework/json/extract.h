@@ -21,11 +21,12 @@
 #include <cstdint>
 #include <string>
 
+#include "framework/base/api.h"
 #include "framework/json/value.h"
 
 namespace json_spirit {
 
-class JSON_Pointer_Extractor {
+class AGENTUTIL_API JSON_Pointer_Extractor {
  public:
   explicit JSON_Pointer_Extractor(const Value& root) : root_(root) {}
 
@@ -52,15 +53,15 @@ class JSON_Pointer_Extractor {
 };
 
 // The member `key` of the object `obj`; throws when obj is not an object or has no such member.
-const Value& get_member(const Value& obj, const std::string& key);
+AGENTUTIL_API const Value& get_member(const Value& obj, const std::string& key);
 
-void extract_member(const Value& obj, const std::string& key, std::string& out);
-void extract_member(const Value& obj, const std::string& key, int& out);
-void extract_member(const Value& obj, const std::string& key, unsigned& out);
-void extract_member(const Value& obj, const std::string& key, int64_t& out);
-void extract_member(const Value& obj, const std::string& key, uint64_t& out);
-void extract_member(const Value& obj, const std::string& key, bool& out);
-void extract_member(const Value& obj, const std::string& key, double& out);
-void extract_member(const Value& obj, const std::string& key, Value& out);
+AGENTUTIL_API void extract_member(const Value& obj, const std::string& key, std::string& out);
+AGENTUTIL_API void extract_member(const Value& obj, const std::string& key, int& out);
+AGENTUTIL_API void extract_member(const Value& obj, const std::string& key, unsigned& out);
+AGENTUTIL_API void extract_member(const Value& obj, const std::string& key, int64_t& out);
+AGENTUTIL_API void extract_member(const Value& obj, const std::string& key, uint64_t& out);
+AGENTUTIL_API void extract_member(const Value& obj, const std::string& key, bool& out);
+AGENTUTIL_API void extract_member(const Value& obj, const std::string& key, double& out);
+AGENTUTIL_API void extract_member(const Value& obj, const std::string& key, Value& out);
 
 }  // namespace json_spirit

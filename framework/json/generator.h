@@ -13,6 +13,7 @@
 #include <functional>
 #include <string>
 
+#include "framework/base/api.h"
 #include "framework/json/rapidjson_setup.h"
 #include "framework/json/value.h"
 #include <rapidjson/stringbuffer.h>
@@ -20,7 +21,7 @@
 
 namespace json_spirit {
 
-class JSON_Generator {
+class AGENTUTIL_API JSON_Generator {
  public:
   virtual ~JSON_Generator() = default;
 
@@ -36,7 +37,7 @@ class JSON_Generator {
 };
 
 // A document whose text is already known (a small body, or one written beforehand).
-class JSON_Text_Generator : public JSON_Generator {
+class AGENTUTIL_API JSON_Text_Generator : public JSON_Generator {
  public:
   explicit JSON_Text_Generator(std::string text) : text_(std::move(text)) {}
   explicit JSON_Text_Generator(const Value& value);
@@ -50,7 +51,7 @@ class JSON_Text_Generator : public JSON_Generator {
   std::string error_;
 };
 
-class JSON_Row_Generator : public JSON_Generator {
+class AGENTUTIL_API JSON_Row_Generator : public JSON_Generator {
  public:
   enum Shape { array_rows, object_members };
   // Fills the next row (and, for object_members, its member name) and returns 1; returns

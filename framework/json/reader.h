@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <string>
 
+#include "framework/base/api.h"
 #include "framework/json/value.h"
 
 namespace json_spirit {
@@ -17,11 +18,11 @@ namespace json_spirit {
 // Deeper documents are refused; real ones stay far below.
 constexpr unsigned MAX_READ_DEPTH = 512;
 
-bool read(const std::string& text, Value& out);
-bool read(const char* text, std::size_t length, Value& out);
+AGENTUTIL_API bool read(const std::string& text, Value& out);
+AGENTUTIL_API bool read(const char* text, std::size_t length, Value& out);
 // `error` receives the reason of a failure, e.g.
 // "JSON parse error at offset 7: Invalid escape character in string."
-bool read(const std::string& text, Value& out, std::string& error);
-bool read(const char* text, std::size_t length, Value& out, std::string& error);
+AGENTUTIL_API bool read(const std::string& text, Value& out, std::string& error);
+AGENTUTIL_API bool read(const char* text, std::size_t length, Value& out, std::string& error);
 
 }  // namespace json_spirit

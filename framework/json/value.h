@@ -23,6 +23,8 @@
 #include <utility>
 #include <vector>
 
+#include "framework/base/api.h"
+
 namespace json_spirit {
 
 // The numeric codes are part of the library's interface (they appear in log lines).
@@ -38,14 +40,14 @@ enum Value_type {
 };
 
 // "obj_type", "int_type", ...: for error texts.
-const char* type_name(Value_type t);
+AGENTUTIL_API const char* type_name(Value_type t);
 
 class Value;
 using Object = std::map<std::string, Value>;
 using Array = std::vector<Value>;
 using Pair = Object::value_type;
 
-class Value {
+class AGENTUTIL_API Value {
  public:
   // The shared null value: what a lookup of a missing member reads as.
   static const Value null;
@@ -196,6 +198,9 @@ class Value {
     Array a_;
   };
 };
+
+// The friend declaration alone cannot carry the export attribute.
+AGENTUTIL_API bool operator==(const Value& a, const Value& b);
 
 inline void swap(Value& a, Value& b) noexcept { a.swap(b); }
 

@@ -8,6 +8,7 @@
 
 #include <string>
 
+#include "framework/base/api.h"
 #include "framework/json/value.h"
 
 namespace json_spirit {
@@ -18,11 +19,12 @@ enum class Secrets { clear, masked };
 constexpr const char* MASKED_SECRET = "******";
 
 // Empty only when the value cannot be written at all (a string of 4 GiB or more).
-std::string write(const Value& value, bool pretty = false, Secrets secrets = Secrets::clear);
+AGENTUTIL_API std::string write(const Value& value, bool pretty = false,
+                                Secrets secrets = Secrets::clear);
 
 // The text of a value kept alive for a log line or a request body:
 //   ACE_ERROR((LM_ERROR, "... json: %s\n", JSON_Dump(v).c_str()));
-class JSON_Dump {
+class AGENTUTIL_API JSON_Dump {
  public:
   explicit JSON_Dump(const Value& value, bool pretty = false, Secrets secrets = Secrets::clear)
       : text_(write(value, pretty, secrets)) {}
@@ -34,7 +36,7 @@ class JSON_Dump {
 };
 
 // JSON_Dump with secrets masked: the one to use for log lines.
-class JSON_Redacted_Dump : public JSON_Dump {
+class AGENTUTIL_API JSON_Redacted_Dump : public JSON_Dump {
  public:
   explicit JSON_Redacted_Dump(const Value& value, bool pretty = false)
       : JSON_Dump(value, pretty, Secrets::masked) {}

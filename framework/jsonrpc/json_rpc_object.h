@@ -7,9 +7,10 @@
 
 #include <string>
 
+#include "framework/base/api.h"
 #include "framework/json/value.h"
 
-class JSON_RPC_Object {
+class AGENTUTIL_API JSON_RPC_Object {
  public:
   // The numbers are part of the interface: callers compare `kind` with them.
   enum Kind { KIND_INVALID = 0, KIND_NOTIFICATION = 1, KIND_REQUEST = 2, KIND_RESULT = 3,

@@ -17,10 +17,12 @@
 #include <string>
 #include <type_traits>
 
+#include "framework/base/api.h"
+
 namespace au_log {
 
 // Logs the check frame for `what` with the caller's file and line; returns true.
-bool check_failed(const char* file, int line, const char* what);
+AGENTUTIL_API bool check_failed(const char* file, int line, const char* what);
 
 template <class T>
 std::string format_operand(const T& v) {

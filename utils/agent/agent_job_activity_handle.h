@@ -9,6 +9,7 @@
 #include <ctime>
 #include <string>
 
+#include "framework/base/api.h"
 #include "framework/base/mem_map_handle.h"
 
 enum Job_Definition_Type : int32_t {
@@ -49,14 +50,14 @@ enum Job_State : int32_t {
 };
 
 // Where variable data (the message text) lies in the mapping, counted from its start.
-struct JOB_ACT_ADDR {
+struct AGENTUTIL_API JOB_ACT_ADDR {
   uint16_t size;
   uint16_t offset;
 };
 
 // Host byte order (little-endian on the agents' platforms). magic and version are
 // the writer's business; this library only maps the bytes.
-struct Job_Activity {
+struct AGENTUTIL_API Job_Activity {
   uint32_t magic;
   uint32_t version;
   unsigned char id[16];      // binary UUID of the run
@@ -110,7 +111,7 @@ static_assert(sizeof(Job_Activity) == 152, "layout");
 // The caller owns the handle; the mapping goes with it, the file stays. One thread
 // writes the record; readers (in this or other processes) may see a field mid-update,
 // as with any shared mapping without a lock: fields are written one at a time.
-class Agent_Job_Activity_Handle
+class AGENTUTIL_API Agent_Job_Activity_Handle
     : public Mem_Map_Handle<Job_Activity, Agent_Job_Activity_Handle, 4096> {
  public:
   using Mem_Map_Handle::open;

@@ -10,6 +10,8 @@
 #include <iterator>
 #include <string>
 
+#include "framework/base/api.h"
+
 // Flags of http_encode_string_i: which bytes go out unescaped (or how).
 enum HTTP_Encode_Flag : unsigned {
   HTTP_ENCODE_SLASH = 0x1,        // escape "/" (copied otherwise)
@@ -38,7 +40,7 @@ constexpr unsigned HTTP_QUERY_ENCODE_FLAGS = HTTP_ENCODE_SLASH | HTTP_ENCODE_SPA
 
 // Appends `text`, percent-encoded under `flags`, to `out`. False (nothing written)
 // for a null or empty text.
-bool http_encode_string_i(const char* text, unsigned flags, std::string& out);
+AGENTUTIL_API bool http_encode_string_i(const char* text, unsigned flags, std::string& out);
 
 template <class Output_Iterator>
 bool http_encode_string_i(const char* text, unsigned flags, Output_Iterator out) {
@@ -85,7 +87,7 @@ class HTTP_Query_String_Builder_T {
 };
 
 // The usual form: appending to a string.
-class HTTP_Query_String_Builder
+class AGENTUTIL_API HTTP_Query_String_Builder
     : public HTTP_Query_String_Builder_T<std::back_insert_iterator<std::string>> {
  public:
   explicit HTTP_Query_String_Builder(std::string& target)

@@ -10,9 +10,10 @@
 #include <mutex>
 #include <string>
 
+#include "framework/base/api.h"
 #include "utils/agent/instance.h"
 
-class Instance_Manager {
+class AGENTUTIL_API Instance_Manager {
  public:
   static Instance_Manager* instance();
 

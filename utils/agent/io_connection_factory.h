@@ -33,13 +33,14 @@
 #include <string>
 #include <unordered_map>
 
+#include "framework/base/api.h"
 #include "framework/client_io/client_io_ex.h"
 #include "framework/client_io/client_io_options.h"
 #include "framework/client_io/pool_info.h"
 #include "framework/http/json_restful_client.h"
 #include "framework/json/value.h"
 
-class IO_Connection_Factory {
+class AGENTUTIL_API IO_Connection_Factory {
  public:
   // The agent's connection parameters, as the JSON document of load() and dump() has
   // them: "is_restore", "backupd_ssl", "backupd_port", "retry_seconds", "backupd_host",
@@ -103,4 +104,4 @@ class IO_Connection_Factory {
 
 // Points `opts` at this agent's RPC listener for data access, when the agent program
 // has set one (HTTP_Options::get_local_listen_address); otherwise leaves `opts` as is.
-void set_d2t_access_rpc(Client_IO_Base::Options& opts);
+AGENTUTIL_API void set_d2t_access_rpc(Client_IO_Base::Options& opts);

@@ -6,11 +6,12 @@
 #include <cstdint>
 #include <string>
 
+#include "framework/base/api.h"
 #include "framework/base/basic_string_arg.h"
 #include "framework/json/value.h"
 
 // Where the backup server is and through which channel the call goes.
-struct Backupd_Info {
+struct AGENTUTIL_API Backupd_Info {
   static constexpr uint16_t DEFAULT_PORT = 50305;
 
   // Empty: the process's own backup server session (HTTP_Options, Host_Manager).
@@ -32,12 +33,12 @@ struct Backupd_Info {
 // info.channel_id. True when the call came back with a result of `expected_type`,
 // copied into *result. With `result` null any reply but an error counts. Every failure
 // is false with at most one log line, and *result is then untouched.
-bool json_rpc_forward(const Backupd_Info& info, Basic_String_Arg<char> method,
-                      const json_spirit::Value& params, json_spirit::Value* result,
-                      json_spirit::Value_type expected_type);
+AGENTUTIL_API bool json_rpc_forward(const Backupd_Info& info, Basic_String_Arg<char> method,
+                                    const json_spirit::Value& params, json_spirit::Value* result,
+                                    json_spirit::Value_type expected_type);
 
 // The same through the process's own backup server session. Note the order: the
 // channel comes after the params here.
-bool json_rpc_forward(Basic_String_Arg<char> method, const json_spirit::Value& params,
-                      Basic_String_Arg<char> channel_id, json_spirit::Value* result,
-                      json_spirit::Value_type expected_type);
+AGENTUTIL_API bool json_rpc_forward(Basic_String_Arg<char> method, const json_spirit::Value& params,
+                                    Basic_String_Arg<char> channel_id, json_spirit::Value* result,
+                                    json_spirit::Value_type expected_type);

@@ -8,10 +8,11 @@
 
 #include <memory>
 
+#include "framework/base/api.h"
 #include "framework/http/json_restful_client.h"
 #include "framework/json/value.h"
 
-class RESTful_Alert_Client {
+class AGENTUTIL_API RESTful_Alert_Client {
  public:
   // (Re)makes the client; `access_key`, when given, goes with every request.
   bool init(const char* host, unsigned short port, bool ssl, const char* access_key, int retries,

@@ -15,11 +15,12 @@
 #include <string>
 #include <vector>
 
+#include "framework/base/api.h"
 #include "framework/base/directory_iterator.h"
 #include "framework/base/loose_version.h"
 #include "framework/base/path_conf.h"
 
-class SDK_Loader {
+class AGENTUTIL_API SDK_Loader {
  public:
   using Versions = std::vector<Loose_Version>;
 
@@ -47,6 +48,6 @@ class SDK_Loader {
   Versions vers_;
 };
 
-Loose_Version dir_to_ver(const Directory_Entry_T<char>& entry);
-bool is_ver_valid(const Loose_Version& v);
-std::string ver_to_str(const Loose_Version& v);
+AGENTUTIL_API Loose_Version dir_to_ver(const Directory_Entry_T<char>& entry);
+AGENTUTIL_API bool is_ver_valid(const Loose_Version& v);
+AGENTUTIL_API std::string ver_to_str(const Loose_Version& v);

@@ -5,18 +5,21 @@
 
 #include <string>
 
+#include "framework/base/api.h"
 #include "framework/http/json_http_session.h"
 #include "framework/json/value.h"
 
 // Opens a session to the URL's host, port and scheme and installs it in `session`.
-bool init_storaged_session(const std::string& storage_url, JSON_HTTP_Session& session);
+AGENTUTIL_API bool init_storaged_session(const std::string& storage_url,
+                                         JSON_HTTP_Session& session);
 
 // One exchange each; true only when it succeeded with status 200 exactly.
-bool pool_http_get(const std::string& storage_url, const char* path, json_spirit::Value& out);
-bool pool_http_post(const std::string& storage_url, const char* path,
-                    const json_spirit::Value* body, json_spirit::Value* response);
-bool pool_http_delete(const std::string& storage_url, const char* path);
+AGENTUTIL_API bool pool_http_get(const std::string& storage_url, const char* path,
+                                 json_spirit::Value& out);
+AGENTUTIL_API bool pool_http_post(const std::string& storage_url, const char* path,
+                                  const json_spirit::Value* body, json_spirit::Value* response);
+AGENTUTIL_API bool pool_http_delete(const std::string& storage_url, const char* path);
 
 // 1 online, 0 not online, -1 when the question could not be answered.
-int is_catalog_online(const std::string& pool_uuid, const std::string& catalog_uuid,
-                      bool check_replicate);
+AGENTUTIL_API int is_catalog_online(const std::string& pool_uuid, const std::string& catalog_uuid,
+                                    bool check_replicate);

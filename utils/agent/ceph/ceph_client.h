@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "framework/base/api.h"
 #include "framework/base/basic_string_arg.h"
 #include "framework/json/value.h"
 #include "utils/agent/ceph/ceph_context.h"
@@ -19,7 +20,7 @@ namespace ceph {
 class Ceph_Pool;
 class Ceph_Image;
 
-class Ceph_Client {
+class AGENTUTIL_API Ceph_Client {
  public:
   using Options = std::map<std::string, json_spirit::Value>;
 

@@ -5,11 +5,12 @@
 #include <map>
 #include <string>
 
+#include "framework/base/api.h"
 #include "framework/json/value.h"
 
 namespace ceph {
 
-class Ceph_Config {
+class AGENTUTIL_API Ceph_Config {
  public:
   // `text` is the INI content itself, not a file name. Keys of [global] keep their
   // name, others become "<section>_<key>"; the first occurrence of a name wins. A parse

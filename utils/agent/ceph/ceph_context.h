@@ -10,6 +10,8 @@
 
 #include <memory>
 
+#include "framework/base/api.h"
+
 namespace ceph {
 
 // Each owns a heap slot holding one opaque handle (rados_t, rados_ioctx_t, rbd_image_t);
@@ -19,7 +21,7 @@ using RADOS_var = std::shared_ptr<void*>;
 using Rados_IO_Ctx_var = std::shared_ptr<void*>;
 using Rbd_Image_var = std::shared_ptr<void*>;
 
-struct Ceph_Context {
+struct AGENTUTIL_API Ceph_Context {
   Ceph_Context() = default;
   Ceph_Context(const Ceph_Context& other);
   Ceph_Context(Ceph_Context&& other) noexcept;

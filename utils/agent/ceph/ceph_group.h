@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "framework/base/api.h"
 #include "utils/agent/ceph/ceph_context.h"
 #include "utils/agent/ceph/ceph_records.h"
 
@@ -15,7 +16,7 @@ namespace ceph {
 
 class Ceph_Image;
 
-class Ceph_Group {
+class AGENTUTIL_API Ceph_Group {
  public:
   // remove_while_dtor: the destructor removes the group from its pool (a temporary
   // group that cleans up after itself).

@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "framework/base/api.h"
 #include "utils/agent/block.h"
 #include "utils/agent/ceph/ceph_context.h"
 #include "utils/agent/ceph/ceph_records.h"
@@ -23,9 +24,9 @@ namespace ceph {
 using Progress_Callback = std::function<int(uint64_t done, uint64_t total)>;
 
 // librbd progress adapter; `arg` is a Progress_Callback*. -22 when it is null.
-int progress_cb(uint64_t offset, uint64_t total, void* arg);
+AGENTUTIL_API int progress_cb(uint64_t offset, uint64_t total, void* arg);
 // For librbd calls that need a progress callback when the caller gave none.
-int dummy_progress_fn(uint64_t offset, uint64_t total, void* arg);
+AGENTUTIL_API int dummy_progress_fn(uint64_t offset, uint64_t total, void* arg);
 
 // `alignment` must be a power of two.
 inline uint64_t rounding_up_power_2(uint64_t value, uint64_t alignment) {
@@ -35,7 +36,7 @@ inline uint64_t rounding_down_power_2(uint64_t value, uint64_t alignment) {
   return value & ~(alignment - 1);
 }
 
-class Ceph_Image {
+class AGENTUTIL_API Ceph_Image {
  public:
   Ceph_Image() = default;
   explicit Ceph_Image(Ceph_Context ctx);

@@ -26,6 +26,7 @@
 #include <functional>
 #include <string>
 
+#include "framework/base/api.h"
 #include "utils/agent/block.h"
 #include "utils/agent/ceph/ceph_options.h"
 #include "utils/agent/ceph/ceph_snapshot.h"
@@ -37,7 +38,7 @@ namespace ceph {
 
 class Ceph_Client;
 
-struct Backup_Totals {
+struct AGENTUTIL_API Backup_Totals {
   uint64_t image_size = 0;
   uint64_t extents = 0;      // extents taken (changed, or allocated)
   uint64_t bytes_read = 0;   // image bytes read
@@ -46,7 +47,7 @@ struct Backup_Totals {
   uint64_t piece_bytes = 0;  // bytes of the piece
 };
 
-class Ceph_Image_Backup {
+class AGENTUTIL_API Ceph_Image_Backup {
  public:
   // (bytes read so far, bytes to read), after each read.
   using Progress_Callback = std::function<void(uint64_t done, uint64_t total)>;

@@ -25,6 +25,7 @@
 #include <functional>
 #include <string>
 
+#include "framework/base/api.h"
 #include "utils/agent/ceph/ceph_image.h"
 #include "utils/agent/ceph/ceph_options.h"
 
@@ -35,7 +36,7 @@ namespace ceph {
 
 class Ceph_Client;
 
-class Ceph_Image_Writer {
+class AGENTUTIL_API Ceph_Image_Writer {
  public:
   // Told the bytes of each block written.
   using Progress_Callback = std::function<void(uint64_t bytes)>;

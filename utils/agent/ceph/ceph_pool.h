@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "framework/base/api.h"
 #include "utils/agent/ceph/ceph_context.h"
 #include "utils/agent/ceph/ceph_records.h"
 
@@ -18,7 +19,7 @@ class Ceph_Image;
 class Ceph_Snapshot;
 class Ceph_Group;
 
-class Ceph_Pool {
+class AGENTUTIL_API Ceph_Pool {
  public:
   Ceph_Pool() = default;
   // Adopts shared handles; the pool is opened when ctx.io_ctx_ holds one.

@@ -9,6 +9,7 @@
 #include <string>
 #include <utility>
 
+#include "framework/base/api.h"
 #include "framework/base/basic_string_arg.h"
 #include "utils/agent/block.h"
 #include "utils/agent/ceph/ceph_context.h"
@@ -30,9 +31,9 @@ using Diff_Callback = std::function<int(uint64_t offset, uint64_t length, int ex
 
 // librbd's C callback; `arg` is a Diff_Callback*. Answers librbd 0 (go on) when the function
 // returns non-zero, -1 (stop) when it returns 0 or `arg` is null.
-int diff_iterate_cb(uint64_t offset, uint64_t length, int exists, void* arg);
+AGENTUTIL_API int diff_iterate_cb(uint64_t offset, uint64_t length, int exists, void* arg);
 
-class Ceph_Snapshot {
+class AGENTUTIL_API Ceph_Snapshot {
  public:
   Ceph_Snapshot() = default;
   explicit Ceph_Snapshot(Ceph_Context ctx);

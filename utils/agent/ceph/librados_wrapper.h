@@ -13,9 +13,11 @@
 
 #include <mutex>
 
+#include "framework/base/api.h"
+
 namespace ceph {
 
-class Librados_Wrapper {
+class AGENTUTIL_API Librados_Wrapper {
  public:
   static Librados_Wrapper* instance();
   static void close_instance();
@@ -42,6 +44,6 @@ class Librados_Wrapper {
 };
 
 // Destroys the singleton; also registered to run when the library unloads.
-void Librados_Wrapper_fini();
+AGENTUTIL_API void Librados_Wrapper_fini();
 
 }  // namespace ceph

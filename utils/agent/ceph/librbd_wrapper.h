@@ -13,9 +13,11 @@
 
 #include <mutex>
 
+#include "framework/base/api.h"
+
 namespace ceph {
 
-class Librbd_Wrapper {
+class AGENTUTIL_API Librbd_Wrapper {
  public:
   static Librbd_Wrapper* instance();
   static void close_instance();
@@ -42,6 +44,6 @@ class Librbd_Wrapper {
 };
 
 // Destroys the singleton; also registered to run when the library unloads.
-void Librbd_Wrapper_fini();
+AGENTUTIL_API void Librbd_Wrapper_fini();
 
 }  // namespace ceph

@@ -7,6 +7,8 @@
 #include <regex>
 #include <string>
 
+#include "framework/base/api.h"
+
 namespace ceph {
 
 // Pool, image and optional snapshot; compiled once for the process.
@@ -18,7 +20,7 @@ extern const std::regex RBD_URI_REGEX;
 // applies to the text with its "ceph://" scheme, so to_uri() of an accepted URI parses.
 constexpr std::size_t RBD_URI_MAX_LENGTH = 1024;
 
-struct URI_Components {
+struct AGENTUTIL_API URI_Components {
   enum Type { UNKNOWN = 0, IMAGE = 1, SNAPSHOT = 2 };
 
   URI_Components() = default;

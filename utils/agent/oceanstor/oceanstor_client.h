@@ -29,6 +29,7 @@
 #include <utility>
 #include <vector>
 
+#include "framework/base/api.h"
 #include "framework/http/http_request.h"
 #include "framework/http/http_response.h"
 #include "framework/http/json_restful_client.h"
@@ -45,7 +46,7 @@
 
 namespace oceanstor {
 
-class OceanStor_Client {
+class AGENTUTIL_API OceanStor_Client {
  public:
   struct OceanStor_Auth {
     std::string device_id;
@@ -159,7 +160,7 @@ class OceanStor_Client {
 
 // Appends one extent per run of set bits of `bitmap` (bit i is bit i%8 of byte i/8,
 // least significant first), offset by `start`; returns the number of set bits.
-unsigned long parse_change_blocks(const std::basic_string<unsigned char>& bitmap, unsigned long start,
-                                  std::vector<Block>& blocks);
+AGENTUTIL_API unsigned long parse_change_blocks(const std::basic_string<unsigned char>& bitmap,
+                                                unsigned long start, std::vector<Block>& blocks);
 
 }  // namespace oceanstor

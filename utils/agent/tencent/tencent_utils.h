@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "framework/base/api.h"
 #include "framework/json/value.h"
 
 // Asks the agent on channel `host` to mount `remote_url` at `mnt` as `user`. The
@@ -16,27 +17,28 @@
 // the key and IV (both required then, sent in Base64) when encryption_method is
 // given; origin_url when given. True when the agent reports success; *has_mounted
 // (when not null) then says whether the directory was mounted already.
-bool request_agent_to_mount(const char* method, const char* host, const char* remote_url,
-                            const char* mnt, const char* user, unsigned long retry_timeout,
-                            unsigned long limit_rate, const char* compress_method,
-                            unsigned long compress_level, const char* encryption_method,
-                            const char* encryption_key, const char* encryption_iv,
-                            const char* origin_url, bool* has_mounted);
+AGENTUTIL_API bool request_agent_to_mount(const char* method, const char* host,
+                                          const char* remote_url, const char* mnt, const char* user,
+                                          unsigned long retry_timeout, unsigned long limit_rate,
+                                          const char* compress_method, unsigned long compress_level,
+                                          const char* encryption_method, const char* encryption_key,
+                                          const char* encryption_iv, const char* origin_url,
+                                          bool* has_mounted);
 
 // Asks the agent on channel `host` to unmount `mnt`; true when it reports success.
-bool request_agent_to_umount(const char* method, const char* host, const char* mnt);
+AGENTUTIL_API bool request_agent_to_umount(const char* method, const char* host, const char* mnt);
 
 // The total size in bytes of `files` on the agent's storage, or -1 after one log line
 // when it cannot be had.
-int64_t request_agent_to_get_storage_file_size(const char* method, const char* host,
-                                               const std::vector<json_spirit::Value>& files);
+AGENTUTIL_API int64_t request_agent_to_get_storage_file_size(
+    const char* method, const char* host, const std::vector<json_spirit::Value>& files);
 
 // Adds to `out` the mount directory of every "fuse.clntiofs_i" entry of "/etc/mtab".
 // False, with one log line, when the table cannot be read.
-bool get_mounted_paths(std::set<std::string>& out);
+AGENTUTIL_API bool get_mounted_paths(std::set<std::string>& out);
 
 // One running clntiofs_i process and the storage it serves.
-struct Client_IO_FS_Process {
+struct AGENTUTIL_API Client_IO_FS_Process {
   int pid = 0;
   // "http://...", "https://...", "dedup://..." or "dedups://...".
   std::string url;
@@ -49,4 +51,4 @@ struct Client_IO_FS_Process {
 // Replaces `out` with the running clntiofs_i processes whose command line names a
 // URL and a mount directory, in pid order. False, with one log line, when the
 // processes or the mount table cannot be read.
-bool list_client_io_fs_process(std::vector<Client_IO_FS_Process>& out);
+AGENTUTIL_API bool list_client_io_fs_process(std::vector<Client_IO_FS_Process>& out);

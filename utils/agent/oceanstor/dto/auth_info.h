@@ -3,11 +3,12 @@
 
 #include <string>
 
+#include "framework/base/api.h"
 #include "framework/json/value.h"
 
 namespace oceanstor {
 
-struct Auth_Info {
+struct AGENTUTIL_API Auth_Info {
   std::string scope;
   std::string username;
   std::string password;  // never logged

@@ -3,11 +3,12 @@
 
 #include <string>
 
+#include "framework/base/api.h"
 #include "framework/json/value.h"
 
 namespace oceanstor {
 
-struct Bitmap {
+struct AGENTUTIL_API Bitmap {
   std::string bitmap;  // hexadecimal text, one bit per chunk
   std::string lun_id;
 

@@ -4,11 +4,12 @@
 #include <cstdint>
 #include <string>
 
+#include "framework/base/api.h"
 #include "framework/json/value.h"
 
 namespace oceanstor {
 
-struct Bitmap_Chunk {
+struct AGENTUTIL_API Bitmap_Chunk {
   uint32_t chunk_size = 0;  // the array's unit, passed back unchanged
   std::string lun_id;
 

@@ -3,11 +3,12 @@
 
 #include <string>
 
+#include "framework/base/api.h"
 #include "framework/json/value.h"
 
 namespace oceanstor {
 
-struct Error {
+struct AGENTUTIL_API Error {
   int code = 0;
   std::string description;
   std::string suggestion;

@@ -4,11 +4,12 @@
 #include <string>
 #include <vector>
 
+#include "framework/base/api.h"
 #include "framework/json/value.h"
 
 namespace oceanstor {
 
-struct Host {
+struct AGENTUTIL_API Host {
   int type = 0;
   std::string id;
   std::string name;
@@ -21,6 +22,6 @@ struct Host {
 };
 
 // Appends the host objects of the reply's "data" array (other elements are skipped).
-bool operator<<(std::vector<Host>& hosts, const json_spirit::Value& json);
+AGENTUTIL_API bool operator<<(std::vector<Host>& hosts, const json_spirit::Value& json);
 
 }  // namespace oceanstor

@@ -5,11 +5,12 @@
 #include <string>
 #include <vector>
 
+#include "framework/base/api.h"
 #include "framework/json/value.h"
 
 namespace oceanstor {
 
-struct Host_Link {
+struct AGENTUTIL_API Host_Link {
   int type = 0;
   std::string id;
   std::string initiator_id;
@@ -27,6 +28,6 @@ struct Host_Link {
 
 // Appends the healthy running links of the reply's "data" array (HEALTHSTATUS "1",
 // RUNNINGSTATUS "10" or "27"); the others are dropped without failing. An element that does not read stops the list: false, earlier links stay.
-bool operator<<(std::vector<Host_Link>& links, const json_spirit::Value& json);
+AGENTUTIL_API bool operator<<(std::vector<Host_Link>& links, const json_spirit::Value& json);
 
 }  // namespace oceanstor

@@ -4,11 +4,12 @@
 #include <string>
 #include <vector>
 
+#include "framework/base/api.h"
 #include "framework/json/value.h"
 
 namespace oceanstor {
 
-struct LUN {
+struct AGENTUTIL_API LUN {
   int type = 0;
   int host_lun_id = 0;                // from "ASSOCIATEMETADATA", when the array sends it
   std::string exposed_to_initiator;   // "true" or "false"
@@ -26,6 +27,6 @@ struct LUN {
 };
 
 // Appends the LUN objects of the reply's "data" array (other elements are skipped).
-bool operator<<(std::vector<LUN>& luns, const json_spirit::Value& json);
+AGENTUTIL_API bool operator<<(std::vector<LUN>& luns, const json_spirit::Value& json);
 
 }  // namespace oceanstor

@@ -3,11 +3,12 @@
 
 #include <string>
 
+#include "framework/base/api.h"
 #include "framework/json/value.h"
 
 namespace oceanstor {
 
-struct LUN_Detach_Request {
+struct AGENTUTIL_API LUN_Detach_Request {
   std::string lun_group_id;
   std::string lun_id;
 

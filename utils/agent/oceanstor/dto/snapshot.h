@@ -3,11 +3,12 @@
 
 #include <string>
 
+#include "framework/base/api.h"
 #include "framework/json/value.h"
 
 namespace oceanstor {
 
-struct Snapshot {
+struct AGENTUTIL_API Snapshot {
   int type = 0;
   std::string exposed_to_initiator;  // "true" or "false"
   std::string id;

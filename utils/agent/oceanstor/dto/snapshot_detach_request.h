@@ -3,11 +3,12 @@
 
 #include <string>
 
+#include "framework/base/api.h"
 #include "framework/json/value.h"
 
 namespace oceanstor {
 
-struct Snapshot_Detach_Request {
+struct AGENTUTIL_API Snapshot_Detach_Request {
   std::string lun_group_id;
   std::string snap_id;
 
