@@ -3,6 +3,8 @@
 // case where a deep-bound libceph-common used to crash on its first line to stderr.
 #include <iostream>
 
+#include "framework/json/reader.h"
+#include "framework/json/writer.h"
 #include "utils/agent/ceph/ceph_client.h"
 #include "utils/agent/ceph/uri_components.h"
 #include "utils/agent/sdk_loader.h"
@@ -12,6 +14,10 @@ int main() {
   SDK_Loader sdk("no-such-sdk", "/nonexistent-agentutil-check", false);
   std::cout << uri.to_uri() << "\n";
   if (uri.type != ceph::URI_Components::SNAPSHOT || sdk.latest()) return 1;
+  json_spirit::Value parsed;
+  if (!json_spirit::read("{\"pool\":\"rbd\"}", parsed) ||
+      json_spirit::write(parsed) != "{\"pool\":\"rbd\"}")
+    return 1;
 
   // Ceph configuration mistakes make Ceph write to stderr; the agent must get false.
   ceph::Ceph_Client unconfigured("admin", true);
