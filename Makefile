@@ -3,6 +3,10 @@
 BUILD      ?= build
 JOBS       ?= $(shell nproc)
 CMAKE_ARGS ?=
+# CI builds treat warnings as errors.
+ifeq ($(CI),true)
+CMAKE_ARGS += -DAGENTUTIL_WERROR=ON
+endif
 
 .PHONY: all deps build test demo asan fuzz bench install clean
 
@@ -15,6 +19,9 @@ $(BUILD)/build.ninja:
 	cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo $(CMAKE_ARGS)
 
 build: deps $(BUILD)/build.ninja
+ifneq ($(strip $(CMAKE_ARGS)),)
+	cmake -S . -B $(BUILD) $(CMAKE_ARGS)
+endif
 	cmake --build $(BUILD) -j $(JOBS)
 
 # Unit, simulator and ceph labels; the ceph label runs on a throwaway sandbox cluster.
