@@ -9,6 +9,7 @@
 namespace {
 
 constexpr size_t MAX_XML_REPLY = 16u << 20;
+constexpr long BODY_BUFFER_SIZE = 512L << 10;
 
 bool transport_retryable(CURLcode rc) {
   switch (rc) {
@@ -134,6 +135,9 @@ void S3_Attempt::prepare(CURL* curl) {
   curl_easy_setopt(curl, CURLOPT_USERNAME, e.access_key.c_str());
   curl_easy_setopt(curl, CURLOPT_PASSWORD, e.secret_key.c_str());
   if (!e.ca_file.empty()) curl_easy_setopt(curl, CURLOPT_CAINFO, e.ca_file.c_str());
+  // Bodies of many MiB: fewer, larger callbacks and socket calls than libcurl's defaults.
+  curl_easy_setopt(curl, CURLOPT_BUFFERSIZE, BODY_BUFFER_SIZE);
+  curl_easy_setopt(curl, CURLOPT_UPLOAD_BUFFERSIZE, BODY_BUFFER_SIZE);
   curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, &State::on_body);
   curl_easy_setopt(curl, CURLOPT_WRITEDATA, &x);
   curl_easy_setopt(curl, CURLOPT_HEADERFUNCTION, &State::on_header);

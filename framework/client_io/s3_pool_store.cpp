@@ -68,6 +68,10 @@ class S3_Reader : public Pool_Object_Reader {
     const uint64_t from = index * CHUNK;
     if (from >= static_cast<uint64_t>(size_) || chunks_.count(index)) return;
     Chunk& c = chunks_[index];
+    if (!spare_.empty()) {  // pages already touched: no zero-fill, no page faults
+      c.data.swap(spare_.back());
+      spare_.pop_back();
+    }
     c.data.resize(std::min<uint64_t>(CHUNK, size_ - from));
     c.id = transfers_.start(S3_Client::range_request(key_, from, &c.data[0], c.data.size()));
   }
@@ -88,6 +92,7 @@ class S3_Reader : public Pool_Object_Reader {
   void drop(Chunks::iterator from, Chunks::iterator to) {
     for (auto i = from; i != to; ++i) {
       if (i->second.id) transfers_.cancel(i->second.id);
+      if (spare_.size() <= AHEAD) spare_.push_back(std::move(i->second.data));
     }
     chunks_.erase(from, to);
   }
@@ -97,6 +102,7 @@ class S3_Reader : public Pool_Object_Reader {
   int64_t size_;
   uint64_t next_ = UINT64_MAX;  // where a sequential read would start (none at first)
   Chunks chunks_;
+  std::vector<std::string> spare_;  // buffers of chunks already handed out
 };
 
 class S3_Writer : public Pool_Object_Writer {
@@ -151,7 +157,8 @@ class S3_Writer : public Pool_Object_Writer {
     Part& p = in_flight_.back();
     p.rq = S3_Client::part_request(key_, upload_id_, ++parts_, p.data.data(), p.data.size());
     p.id = transfers_.start(p.rq);
-    part_ = std::string();
+    part_.swap(spare_);  // the buffer of a part already sent, its pages touched
+    part_.clear();
     part_.reserve(part_size_);
     return true;
   }
@@ -170,6 +177,7 @@ class S3_Writer : public Pool_Object_Writer {
         ok = false;
         error = why;
       }
+      spare_.swap(in_flight_.front().data);
       in_flight_.pop_front();
     }
     return ok;
@@ -180,6 +188,7 @@ class S3_Writer : public Pool_Object_Writer {
   std::string key_;
   uint64_t part_size_;
   std::string part_;
+  std::string spare_;
   std::string upload_id_;
   unsigned parts_ = 0;
   std::deque<Part> in_flight_;  // its elements stay put: requests point into their data
