@@ -74,12 +74,12 @@ std::string scratch_dir(const char* prefix) {
 }
 
 void remove_image(const std::string& conf, const std::string& pool, const std::string& name) {
-  const std::string spec = pool + "/" + name;
+  const std::string rbd_path = pool + "/" + name;
   std::string listing;
   if (!run_rbd(conf, {"ls", pool}, &listing)) return;
   if (("\n" + listing).find("\n" + name + "\n") == std::string::npos) return;
-  run_rbd(conf, {"snap", "purge", "--no-progress", spec}, nullptr);
-  run_rbd(conf, {"rm", "--no-progress", spec}, nullptr);
+  run_rbd(conf, {"snap", "purge", "--no-progress", rbd_path}, nullptr);
+  run_rbd(conf, {"rm", "--no-progress", rbd_path}, nullptr);
 }
 
 uint64_t file_size(const std::string& path) {

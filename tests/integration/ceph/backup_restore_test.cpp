@@ -24,17 +24,17 @@ using ceph_test::MiB;
 using ceph_test::POOL;
 using ceph_test::rbd;
 
-std::string export_sum(const std::string& spec) {
+std::string export_sum(const std::string& rbd_path) {
   std::string out;
-  EXPECT_TRUE(au_test::run_ceph_cli("rbd export --no-progress " + POOL + "/" + spec + " - | md5sum", &out))
-      << spec;
+  EXPECT_TRUE(au_test::run_ceph_cli("rbd export --no-progress " + POOL + "/" + rbd_path + " - | md5sum", &out))
+      << rbd_path;
   return out.substr(0, out.find(' '));
 }
 
 // Bytes of the RADOS objects holding data, as `rbd du` counts them.
-uint64_t allocated(const std::string& spec) {
+uint64_t allocated(const std::string& rbd_path) {
   uint64_t bytes = 0;
-  for (const auto& [offset, length, exists] : ceph_test::rbd_diff("--whole-object " + POOL + "/" + spec))
+  for (const auto& [offset, length, exists] : ceph_test::rbd_diff("--whole-object " + POOL + "/" + rbd_path))
     if (exists) bytes += length;
   return bytes;
 }

@@ -71,9 +71,9 @@ TEST_F(Fault_Injection, every_ceph_call_of_a_backup_and_restore_fails_cleanly) {
 
   std::map<std::string, int> tolerated;
   std::vector<std::string> silent, wrong;
-  const auto sum = [](const std::string& spec) {
+  const auto sum = [](const std::string& rbd_path) {
     std::string out;
-    au_test::run_ceph_cli("rbd export --no-progress " + POOL + "/" + spec + " - | md5sum", &out);
+    au_test::run_ceph_cli("rbd export --no-progress " + POOL + "/" + rbd_path + " - | md5sum", &out);
     return out;
   };
   const std::string expected = sum(src + "@s2");
