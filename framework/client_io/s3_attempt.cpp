@@ -6,24 +6,12 @@
 
 #include <algorithm>
 
+#include "framework/http/curl_error_kind.h"
+
 namespace {
 
 constexpr size_t MAX_XML_REPLY = 16u << 20;
 constexpr long BODY_BUFFER_SIZE = 512L << 10;
-
-bool transport_retryable(CURLcode rc) {
-  switch (rc) {
-    case CURLE_COULDNT_CONNECT:
-    case CURLE_OPERATION_TIMEDOUT:
-    case CURLE_SEND_ERROR:
-    case CURLE_RECV_ERROR:
-    case CURLE_GOT_NOTHING:
-    case CURLE_PARTIAL_FILE:
-      return true;
-    default:
-      return false;
-  }
-}
 
 // Each path segment escaped on its own; the slashes stay.
 std::string escape_path(const std::string& key) {
@@ -175,7 +163,7 @@ bool S3_Attempt::judge(CURL* curl, int curl_code, std::string& error, bool& retr
   const CURLcode rc = static_cast<CURLcode>(curl_code);
   retryable = false;
   if (rc != CURLE_OK) {
-    retryable = transport_retryable(rc);
+    retryable = curl_error_is_transient(rc);
     error = x.what + ": " +
             (x.overflow ? "reply larger than expected" : (x.errbuf[0] ? x.errbuf : curl_easy_strerror(rc)));
     return false;

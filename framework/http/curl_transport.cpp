@@ -9,6 +9,7 @@
 #include <memory>
 #include <thread>
 
+#include "framework/http/curl_error_kind.h"
 #include "framework/http/curl_global.h"
 
 namespace {
@@ -20,26 +21,6 @@ const char* const USER_AGENT = "libagentutil";
 using Header_List = std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)>;
 
 constexpr std::chrono::milliseconds CONNECT_RETRY_PAUSE(200);
-
-// Failures before a single byte of the request went out.
-bool is_connect_failure(CURLcode rc) {
-  return rc == CURLE_COULDNT_CONNECT || rc == CURLE_COULDNT_RESOLVE_HOST;
-}
-
-bool is_retryable(CURLcode rc) {
-  switch (rc) {
-    case CURLE_COULDNT_RESOLVE_HOST:
-    case CURLE_COULDNT_CONNECT:
-    case CURLE_OPERATION_TIMEDOUT:
-    case CURLE_SEND_ERROR:
-    case CURLE_RECV_ERROR:
-    case CURLE_GOT_NOTHING:
-    case CURLE_PARTIAL_FILE:
-      return true;
-    default:
-      return false;
-  }
-}
 
 std::string trim(const char* begin, const char* end) {
   while (begin < end && (*begin == ' ' || *begin == '\t')) ++begin;
@@ -264,7 +245,7 @@ bool Curl_Transport::perform(const HTTP_Request& request, const HTTP_Headers& ex
     return false;
   }
   CURLcode rc = curl_easy_perform(curl_);
-  for (int attempt = 1; attempt < settings_.connect_attempts && is_connect_failure(rc); ++attempt) {
+  for (int attempt = 1; attempt < settings_.connect_attempts && curl_error_is_unsent(rc); ++attempt) {
     std::this_thread::sleep_for(CONNECT_RETRY_PAUSE * attempt);
     x.error[0] = '\0';
     rc = curl_easy_perform(curl_);
@@ -283,8 +264,8 @@ bool Curl_Transport::perform(const HTTP_Request& request, const HTTP_Headers& ex
   } else if (x.source_failed) {
     error.message = "the request body could not be produced";
   } else {
-    error.retryable = is_retryable(rc);
-    error.not_sent = is_connect_failure(rc);
+    error.retryable = curl_error_is_transient(rc);
+    error.not_sent = curl_error_is_unsent(rc);
     error.message = (x.error[0] ? std::string(x.error) : std::string(curl_easy_strerror(rc))) +
                     " (curl code " + std::to_string(static_cast<int>(rc)) + ")";
   }
