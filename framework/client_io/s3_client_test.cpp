@@ -111,8 +111,8 @@ TEST_F(S3_Client_Test, listings_follow_continuation_tokens_and_decode_keys) {
   EXPECT_EQ(names, (std::vector<std::string>{"A<", "a&b"}));
   const auto requests = server.requests();
   ASSERT_EQ(requests.size(), 2u);
-  EXPECT_EQ(requests[0].query(), "list-type=2&prefix=pool%2F");
-  EXPECT_EQ(requests[1].query(), "continuation-token=t%2F2%3D&list-type=2&prefix=pool%2F");
+  EXPECT_EQ(requests[0].query, "list-type=2&prefix=pool%2F");
+  EXPECT_EQ(requests[1].query, "continuation-token=t%2F2%3D&list-type=2&prefix=pool%2F");
 }
 
 }  // namespace

@@ -24,10 +24,13 @@ std::string Sim_Request::header(const std::string& name) const {
   return std::string();
 }
 
-bool Sim_Request::has_header(const std::string& name) const {
+bool Sim_Request::has_header(const std::string& name) const { return header_count(name) > 0; }
+
+std::size_t Sim_Request::header_count(const std::string& name) const {
+  std::size_t n = 0;
   for (const auto& h : headers)
-    if (::strcasecmp(h.first.c_str(), name.c_str()) == 0) return true;
-  return false;
+    if (::strcasecmp(h.first.c_str(), name.c_str()) == 0) ++n;
+  return n;
 }
 
 std::string Sim_Request::param(const std::string& name) const {

@@ -2,6 +2,7 @@
 // and the log of every request that tests read back.
 #pragma once
 
+#include <cstddef>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -25,6 +26,7 @@ struct Sim_Request {
   // First value of a header (names compare without case); "" when absent.
   std::string header(const std::string& name) const;
   bool has_header(const std::string& name) const;
+  std::size_t header_count(const std::string& name) const;
   // A query parameter, decoded; "" when absent.
   std::string param(const std::string& name) const;
 };

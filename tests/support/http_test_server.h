@@ -1,67 +1,52 @@
 // A real HTTP(S) server on 127.0.0.1 (a port the kernel picks) for tests of HTTP
-// clients: handlers are cpp-httplib's, every request is recorded as it arrived.
-// Helpers for the awkward cases: a self-signed certificate made at run time and a
-// listener that accepts connections but never answers.
+// clients: the simulators' loopback server and request log, with handlers routed by
+// method and path pattern. Helpers for the awkward cases: a self-signed certificate
+// made at run time and a listener that accepts connections but never answers.
 #pragma once
 
 #include <httplib.h>
 
-#include <atomic>
-#include <condition_variable>
+#include <cstddef>
 #include <functional>
-#include <memory>
 #include <mutex>
+#include <regex>
 #include <set>
 #include <string>
-#include <thread>
-#include <utility>
 #include <vector>
 
+#include "sim/common/loopback_server.h"
 #include "sim/common/self_signed_certificate.h"
+#include "sim/common/sim_request.h"
 
 namespace au_test {
 
-struct Recorded_Request {
-  std::string method;
-  std::string path;    // decoded, without the query
-  std::string target;  // the request line's target as sent
-  std::string body;
-  std::vector<std::pair<std::string, std::string>> headers;
-
-  // The query part of `target`, "" when there is none.
-  std::string query() const;
-  // First value of a header (names compare without case); "" when absent.
-  std::string header(const std::string& name) const;
-  bool has_header(const std::string& name) const;
-  std::size_t header_count(const std::string& name) const;
-};
-
+using Recorded_Request = au_sim::Sim_Request;
 // The simulators' certificate maker, under the name the tests know.
 using Self_Signed_Certificate = au_sim::Self_Signed_Certificate;
 
 class HTTP_Test_Server {
  public:
-  using Handler = httplib::Server::Handler;
+  using Handler = std::function<void(const httplib::Request&, httplib::Response&)>;
 
   // Plain HTTP.
   HTTP_Test_Server();
   // HTTPS with the given certificate.
   explicit HTTP_Test_Server(const Self_Signed_Certificate& cert);
-  ~HTTP_Test_Server();
   HTTP_Test_Server(const HTTP_Test_Server&) = delete;
   HTTP_Test_Server& operator=(const HTTP_Test_Server&) = delete;
 
-  // Registers a handler; method is "GET", "POST", "PUT", "DELETE", "PATCH" or
-  // "OPTIONS" (GET handlers also answer HEAD). Register before start().
+  // A handler for requests whose method is `method` ("GET" answers HEAD too) and whose
+  // path matches the regular expression `pattern` whole; the first registered wins,
+  // and an unrouted request gets 404. Register before start().
   void on(const std::string& method, const std::string& pattern, Handler handler);
 
   // Binds 127.0.0.1 on a free port and serves on a thread of its own.
-  bool start();
-  void stop();
-  unsigned short port() const { return port_; }
+  bool start() { return server_.start(); }
+  void stop() { server_.stop(); }
+  unsigned short port() const { return server_.port(); }
 
-  std::vector<Recorded_Request> requests() const;
-  void clear_requests();
+  std::vector<Recorded_Request> requests() const { return log_.all(); }
+  void clear_requests() { log_.clear(); }
   // Distinct client connections seen so far (by client port).
   std::size_t connections() const;
 
@@ -70,15 +55,17 @@ class HTTP_Test_Server {
   void wait_until_stopping();
 
  private:
-  void record(const httplib::Request& req);
+  struct Route {
+    std::string method;
+    std::regex pattern;
+    Handler handler;
+  };
+  void serve(const httplib::Request& req, httplib::Response& res);
 
-  std::unique_ptr<httplib::Server> server_;
-  std::thread thread_;
-  unsigned short port_ = 0;
+  au_sim::Loopback_Server server_;
+  std::vector<Route> routes_;
+  au_sim::Request_Log log_;
   mutable std::mutex mutex_;
-  std::condition_variable stopping_cv_;
-  bool stopping_ = false;
-  std::vector<Recorded_Request> requests_;
   std::set<int> client_ports_;
 };
 
