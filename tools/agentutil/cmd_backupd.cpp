@@ -10,7 +10,6 @@
 #include <map>
 
 #include "framework/json/reader.h"
-#include "framework/json/writer.h"
 #include "framework/jsonrpc/json_rpc_http_session.h"
 #include "tools/agentutil/backupd_connection.h"
 #include "tools/agentutil/cli_common.h"
@@ -83,7 +82,7 @@ void print_catalogs(const std::string& uri, const Value& listing) {
     if (rows != obj.end() && rows->second.type() == json_spirit::array_type) {
       const auto& list = rows->second.get_array();
       std::cout << cli::count_of(list.size(), "catalog") << " at " << uri << (list.empty() ? "\n" : ":\n");
-      for (const auto& row : list) std::cout << json_spirit::write(row) << "\n";
+      for (const auto& row : list) cli::print_json_line(row);
       return;
     }
   }

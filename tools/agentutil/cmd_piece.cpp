@@ -131,10 +131,10 @@ void add_piece_commands(CLI::App& app) {
   static Piece_Args args;
   CLI::App* piece = app.add_subcommand("piece", "Backup pieces in a storage pool");
   piece->require_subcommand(1);
+  piece->add_option("--options", args.options_file,
+                    "Client I/O options (JSON): S3 keys, encryption key and IV, time-outs");
   const auto common = [](CLI::App* cmd) {
     cmd->add_option("pool", args.pool, "Pool URL: file:///dir, s3://host:port/bucket, s3s://...")->required();
-    cmd->add_option("--options", args.options_file,
-                    "Client I/O options (JSON): S3 keys, encryption key and IV, time-outs");
   };
   CLI::App* ls = piece->add_subcommand("ls", "List the pieces of a pool");
   common(ls);

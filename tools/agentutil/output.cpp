@@ -11,6 +11,8 @@ namespace cli {
 
 void print_json(const json_spirit::Value& value) { std::cout << json_spirit::write(value, true) << "\n"; }
 
+void print_json_line(const json_spirit::Value& value) { std::cout << json_spirit::write(value) << "\n"; }
+
 Table::Table(std::vector<std::string> headings) : headings_(std::move(headings)) {}
 
 void Table::add(std::vector<std::string> cells) {

@@ -15,6 +15,8 @@ namespace cli {
 
 // Indented JSON text and a newline on standard output.
 void print_json(const json_spirit::Value& value);
+// The same on one line, for listings printed a row a line.
+void print_json_line(const json_spirit::Value& value);
 
 // Columns two blanks apart under upper-case headings; an empty cell shows as "-" and
 // no line ends in blanks.
