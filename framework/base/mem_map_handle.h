@@ -14,6 +14,10 @@
 //    then sets close-on-exec on the descriptor when O_CLOEXEC was asked for;
 //  - a file shorter than sizeof(T) is refused, so get() never points past the end.
 // Every failure logs one line at LM_ERROR and returns -1; success returns 0.
+//
+// The handle owns the descriptor and the mapping (both go with it). Open and close
+// from one thread; the record itself is shared memory, so concurrent readers and
+// writers of it (in any process) agree among themselves on how to take turns.
 #pragma once
 
 #include <ace/Log_Msg.h>

@@ -4,6 +4,10 @@
 // or positioned pread(), then close(). Failures return false or -1 and leave their
 // reason in last_error(); the connection itself logs nothing, so that the caller's one
 // log line is the only one.
+//
+// Threads: a connection is used by one thread at a time and starts none of its own
+// (an S3 pool's transfers move only inside its calls). Separate connections are
+// independent. Destroying a connection with a piece open for writing drops the piece.
 #pragma once
 
 #include <sys/types.h>

@@ -12,6 +12,9 @@
 // header, index or trailer gives nothing to the sink, and a record that fails its
 // check stops the walk before any byte of it is handed out.
 //
+// The reader borrows the connection for the call and runs the sink on the caller's
+// thread; it keeps nothing between calls.
+//
 // Zero records reach the sink as zero-filled blocks, or with a null data pointer when
 // `zeros_as_null` is set (for sinks that keep the target sparse).
 //

@@ -11,6 +11,8 @@
 // (64 KiB grains) become zero records, which carry no bytes, and neighbouring zero
 // records merge. Each failure logs one line and returns false; the writer then refuses
 // everything, and the caller drops the piece by not closing (or by a failed close).
+//
+// The writer borrows `io` (which must outlive it) and is used from one thread at a time.
 #pragma once
 
 #include <cstdint>

@@ -1,6 +1,8 @@
 // The storage behind a Client_IO_Ex: a pool of named, immutable objects (pieces).
 // Each kind of pool (a directory, an S3 bucket) implements these three interfaces.
 // Failures return false / -1 / null with the reason in `error`; nothing here logs.
+// A store and the readers and writers it makes belong to one Client_IO_Ex and are used
+// from that connection's thread; a writer dropped without commit leaves nothing.
 #pragma once
 
 #include <sys/types.h>

@@ -1,6 +1,8 @@
 // Process-wide HTTP settings, set by the agent program at start-up (from its own
 // configuration) and read by the framework whenever it opens a connection. The
-// library itself reads no file or environment variable for them.
+// library itself reads no file or environment variable for them. Every getter and
+// setter takes the object's lock, so any thread may read while the program re-aims;
+// a connection already open keeps the settings it was made with.
 #pragma once
 
 #include <cstdint>

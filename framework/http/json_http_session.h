@@ -1,6 +1,8 @@
 // JSON exchanges over a shared HTTP_Session, with the attempts and the time budget
 // fixed when it is made. Replies are judged as by JSON_RESTful_Client: a 2xx reply
 // that is JSON where one is asked for, else false with one LM_ERROR line.
+// It shares ownership of its HTTP_Session; any thread may call it, and exchanges on the
+// one session take turns (see http_session.h).
 #pragma once
 
 #include "framework/base/api.h"

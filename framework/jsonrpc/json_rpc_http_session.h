@@ -2,6 +2,8 @@
 // shared HTTP_Session, and the body of the reply is the JSON-RPC reply. The reply is
 // checked before it is handed back: well-formed, a result or an error, and answering
 // the id that was sent.
+// It shares ownership of its HTTP_Session; any thread may call it, and exchanges on the
+// one session take turns (see http_session.h).
 #pragma once
 
 #include <string>

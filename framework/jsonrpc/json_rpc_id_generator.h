@@ -1,5 +1,6 @@
 // Ids for outgoing JSON-RPC requests: integers, unique within the process, so a
-// reply can be matched with the request it answers.
+// reply can be matched with the request it answers. Safe from any thread (one atomic
+// counter).
 #pragma once
 
 #include <cstdint>

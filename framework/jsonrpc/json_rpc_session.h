@@ -1,5 +1,6 @@
 // A way of sending JSON-RPC requests and getting their replies. The transport is the
 // subclass's (JSON_RPC_HTTP_Session: HTTP POST).
+// Whether calls may come from several threads is the subclass's to say.
 #pragma once
 
 #include "framework/json/value.h"
