@@ -61,8 +61,8 @@ AGENTUTIL_API json_spirit::Value pool_info_to_json(const Pool_Info& info);
 //   response        the last reply's status and headers, when wanted
 //   require_device  a pool that answers device_exists false is a failure too
 // An unknown pool fails at once. On failure `info` is left as it was and, unless
-// `log_failure` is false, one LM_ERROR line names the pool (the HTTP client adds its
-// own line for each failed exchange). Several threads may ask through one client:
+// `log_failure` is false, one LM_ERROR line names the pool; it is the only line (failed
+// attempts are not logged one by one). Several threads may ask through one client:
 // its exchanges are serialised.
 AGENTUTIL_API bool get_pool_info(JSON_RESTful_Client& client, const std::string& pool,
                                  const char* device_uuid, Pool_Info& info, bool is_restore,

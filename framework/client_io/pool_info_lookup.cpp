@@ -67,7 +67,8 @@ struct Attempt {
 Outcome ask_once(Attempt& a, Pool_Info& info, bool require_device) {
   json_spirit::Value reply;
   a.response.clear();
-  if (!a.client.get(a.request, a.response, &reply)) {
+  std::string why;  // our own line below says it, once
+  if (!a.client.get_unlogged(a.request, a.response, &reply, why)) {
     a.error = refusal_text(a.response, reply);
     const bool transient = a.response.status() == 0 || a.response.status() >= 500;
     return transient ? Outcome::retryable : Outcome::final_failure;

@@ -40,14 +40,19 @@ bool drain(json_spirit::JSON_Generator& gen, std::string& text) {
   }
 }
 
-bool fail(HTTP_Session& session, const HTTP_Request& request, const std::string& why) {
+bool fail(HTTP_Session& session, const JSON_Exchange_Options& options, const HTTP_Request& request,
+          const std::string& why) {
+  if (options.failure != nullptr) {
+    *options.failure = why;
+    return false;
+  }
   ACE_ERROR((LM_ERROR, ACE_TEXT("HTTP request '%C' failed: %C.\n"),
              session.describe(request).c_str(), why.c_str()));
   return false;
 }
 
-bool read_reply(HTTP_Session& session, const HTTP_Request& request, const HTTP_Response& response,
-                json_spirit::Value* reply) {
+bool read_reply(HTTP_Session& session, const JSON_Exchange_Options& options, const HTTP_Request& request,
+                const HTTP_Response& response, json_spirit::Value* reply) {
   if (reply == nullptr) return true;
   if (response.body().empty()) {
     *reply = json_spirit::Value();
@@ -55,7 +60,7 @@ bool read_reply(HTTP_Session& session, const HTTP_Request& request, const HTTP_R
   }
   std::string error;
   if (json_spirit::read(response.body(), *reply, error)) return true;
-  return fail(session, request, "the reply is not JSON: " + error);
+  return fail(session, options, request, "the reply is not JSON: " + error);
 }
 
 // Sends, then judges what came back.
@@ -70,13 +75,13 @@ bool finish(HTTP_Session& session, const JSON_Exchange_Options& options, HTTP_Re
   if (!http_send_with_retries(session, request, headers, body, response, options.policy, error)) {
     if (generator != nullptr && generator->failed())
       error = "the JSON body could not be produced: " + generator->error();
-    return fail(session, request, error);
+    return fail(session, options, request, error);
   }
   if (!response.is_success()) {
     if (reply != nullptr) json_spirit::read(response.body(), *reply);
-    return fail(session, request, "status " + std::to_string(response.status()));
+    return fail(session, options, request, "status " + std::to_string(response.status()));
   }
-  return read_reply(session, request, response, reply);
+  return read_reply(session, options, request, response, reply);
 }
 
 }  // namespace
@@ -86,7 +91,7 @@ bool json_exchange(HTTP_Session& session, const JSON_Exchange_Options& options,
                    HTTP_Response& response, json_spirit::Value* reply) {
   if (body == nullptr) return finish(session, options, request, HTTP_Request_Body(), response, reply);
   const std::string text = json_spirit::write(*body);
-  if (text.empty()) return fail(session, request, "the JSON body cannot be written");
+  if (text.empty()) return fail(session, options, request, "the JSON body cannot be written");
   return finish(session, options, request, HTTP_Request_Body::text(text), response, reply);
 }
 
@@ -96,7 +101,7 @@ bool json_exchange(HTTP_Session& session, const JSON_Exchange_Options& options,
   if (!options.streaming) {
     std::string text;
     if (!drain(body, text))
-      return fail(session, request, "the JSON body could not be produced: " + body.error());
+      return fail(session, options, request, "the JSON body could not be produced: " + body.error());
     return finish(session, options, request, HTTP_Request_Body::text(text), response, reply);
   }
   Generator_Body source(body);

@@ -3,6 +3,8 @@
 // is a false result with one LM_ERROR line that names the request.
 #pragma once
 
+#include <string>
+
 #include "framework/base/api.h"
 #include "framework/http/http_retry.h"
 #include "framework/http/http_session.h"
@@ -17,6 +19,9 @@ struct AGENTUTIL_API JSON_Exchange_Options {
   // the whole text first and sends it with a Content-Length (for servers that do
   // not take chunked bodies).
   bool streaming = true;
+  // When set, a failure's reason goes here instead of to the log, for callers that
+  // write one line of their own.
+  std::string* failure = nullptr;
 };
 
 // `body` may be null (no body). `reply` may be null (the reply body is not read).

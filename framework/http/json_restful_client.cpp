@@ -64,6 +64,13 @@ bool JSON_RESTful_Client::exchange(HTTP_Request& req, int method, const Value* b
   return json_exchange(*call.session, call.options, req, body, resp, reply);
 }
 
+bool JSON_RESTful_Client::get_unlogged(HTTP_Request& req, HTTP_Response& resp, Value* reply,
+                                       std::string& why) {
+  Call call = begin_call(req, HTTP_GET);
+  call.options.failure = &why;
+  return json_exchange(*call.session, call.options, req, nullptr, resp, reply);
+}
+
 bool JSON_RESTful_Client::exchange(HTTP_Request& req, JSON_Generator& body, HTTP_Response& resp,
                                    Value* reply) {
   Call call = begin_call(req, HTTP_POST);

@@ -17,6 +17,7 @@
 
 #include <cstdint>
 #include <mutex>
+#include <string>
 
 #include "framework/base/api.h"
 #include "framework/http/http_connection_settings.h"
@@ -50,6 +51,9 @@ class AGENTUTIL_API JSON_RESTful_Client {
   bool get(HTTP_Request& req, HTTP_Response& resp, Value* reply);
   bool get(HTTP_Request& req, Value* reply);
   bool get(const char* path, Value* reply);
+  // As get(), but logs nothing: the reason of a failure goes to `why`, for a caller
+  // that writes one line of its own.
+  bool get_unlogged(HTTP_Request& req, HTTP_Response& resp, Value* reply, std::string& why);
 
   bool post(HTTP_Request& req, const Value* body, HTTP_Response& resp, Value* reply);
   bool post(HTTP_Request& req, const Value* body, Value* reply);

@@ -3,6 +3,7 @@
 // written through one factory and read back by another process through the pool name.
 #include "utils/agent/io_connection_factory.h"
 
+#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <thread>
@@ -213,6 +214,10 @@ TEST_F(IO_Factory, a_failed_lookup_caches_nothing_and_only_unreachable_or_failin
     if (found) continue;
     EXPECT_EQ(1u, log_.count(LM_ERROR, "Failed to get the description of pool 'p': " + error + "\n"))
         << i << "\n" << log_.dump();
+    const auto records = log_.records();
+    EXPECT_EQ(1, std::count_if(records.begin(), records.end(),
+                               [](const au_test::Captured_Log& r) { return r.priority == LM_ERROR; }))
+        << i << " one line, not one per attempt\n" << log_.dump();
     // Nothing cached: the next call asks again.
     sim.clear_faults();
     factory.get_pool_info(pool);
