@@ -116,3 +116,29 @@ TEST_F(S3_Client_Test, listings_follow_continuation_tokens_and_decode_keys) {
 }
 
 }  // namespace
+
+// s3s:// speaks TLS and checks the gateway's certificate: against the CA file named in
+// the options it goes through, against the system's CAs it stops before sending a byte.
+TEST(S3_Client_TLS, s3s_verifies_the_gateway_certificate) {
+  au_test::Self_Signed_Certificate cert;
+  ASSERT_TRUE(cert.ok());
+  au_test::HTTP_Test_Server server(cert);
+  server.on("PUT", "/b/k", [](const httplib::Request&, httplib::Response& res) { res.set_header("ETag", "\"e\""); });
+  ASSERT_TRUE(server.start());
+  for (bool with_ca : {true, false}) {
+    Client_IO_Base::Options o;
+    o.access_key = "AKIDTEST";
+    o.secret_key = "s3cr3t";
+    o.retry_count = 0;
+    if (with_ca) o.extra_options["s3_ca_file"] = cert.cert_file();
+    S3_Endpoint endpoint;
+    std::string error;
+    ASSERT_TRUE(make_s3_endpoint("s3s://127.0.0.1:" + std::to_string(server.port()) + "/b", o, endpoint, error));
+    server.clear_requests();
+    EXPECT_EQ(S3_Client(endpoint).put("k", "data", 4, error), with_ca) << error;
+    EXPECT_EQ(server.requests().size(), with_ca ? 1u : 0u);
+    if (!with_ca) {
+      EXPECT_NE(error.find("certificate"), std::string::npos) << error;
+    }
+  }
+}
