@@ -25,8 +25,13 @@ endif
 	cmake --build $(BUILD) -j $(JOBS)
 
 # Unit, simulator and ceph labels; the ceph label runs on a throwaway sandbox cluster.
+# Then, unless SANITIZE=0, the unit and sim labels again under the sanitizers (make asan).
+SANITIZE ?= 1
 test: build
 	@scripts/run-tests $(BUILD)
+ifneq ($(SANITIZE),0)
+	@$(MAKE) --no-print-directory asan
+endif
 
 demo: build
 	@scripts/demo $(BUILD)
