@@ -59,6 +59,25 @@ foreach(label sim ceph)
   endif()
 endforeach()
 
+# Fuzz targets replay what fuzzing kept (tests/fuzz/regressions/<name>-*, seeds/<name>,
+# corpus/<name>) through a plain driver, so make test and make asan run them with gcc.
+file(GLOB fuzzers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tests/fuzz/*_fuzz.cpp)
+foreach(f IN LISTS fuzzers)
+  get_filename_component(n ${f} NAME_WE)
+  string(REGEX REPLACE "_fuzz$" "" n ${n})
+  set(fuzz_dir ${PROJECT_SOURCE_DIR}/tests/fuzz)
+  file(GLOB inputs CONFIGURE_DEPENDS ${fuzz_dir}/regressions/${n}-*)
+  foreach(d seeds/${n} corpus/${n})
+    if(IS_DIRECTORY ${fuzz_dir}/${d})
+      list(APPEND inputs ${fuzz_dir}/${d})
+    endif()
+  endforeach()
+  add_executable(fuzz_replay_${n} ${f} ${fuzz_dir}/replay_main.cpp)
+  target_link_libraries(fuzz_replay_${n} PRIVATE agentutil_static)
+  add_test(NAME fuzz_replay.${n} COMMAND fuzz_replay_${n} ${inputs})
+  set_tests_properties(fuzz_replay.${n} PROPERTIES LABELS unit)
+endforeach()
+
 # The sim and ceph tests run the built programs (agentutil, the simulators) as a user would.
 if(TARGET sim_tests)
   foreach(program agentutil_cli backupd-sim oceanstor-sim)
