@@ -27,6 +27,14 @@ std::atomic<int> failed_index{-1};
 
 bool never_failed(int i) { return i == at_rbd_aio_wait_for_complete || i == at_rbd_aio_release; }
 
+// Calls that give something back (an image, a list) still give it back in librbd when they
+// report an error: these run for real before failing, or the failure would leak a handle
+// whose watch keeps the image busy, which no real failure does.
+bool releases(int i) {
+  return i == at_rbd_close || i == at_rbd_group_info_cleanup || i == at_rbd_group_snap_list_cleanup ||
+         i == at_rbd_group_image_list_cleanup;
+}
+
 bool fail_now(int i) {
   if (never_failed(i)) return false;
   if (++counted != fail_at.load()) return false;
@@ -41,7 +49,10 @@ template <int I, class R, class... A>
 struct Wrapper<I, R (*)(A...)> {
   static R call(A... args) {
     if constexpr (std::is_integral_v<R> && std::is_signed_v<R>) {
-      if (fail_now(I)) return static_cast<R>(-EIO);
+      if (fail_now(I)) {
+        if (releases(I)) reinterpret_cast<R (*)(A...)>(real[I])(args...);
+        return static_cast<R>(-EIO);
+      }
     }
     return reinterpret_cast<R (*)(A...)>(real[I])(args...);
   }

@@ -6,7 +6,8 @@
 //
 // Only calls whose result can say "failed" are counted and failed (signed integer
 // results); the rest pass through, and so do the two completion calls that librbd never
-// fails (waiting for and releasing an asynchronous request).
+// fails (waiting for and releasing an asynchronous request). A failed close or list
+// cleanup still closes or frees, as librbd does when it reports an error there.
 #pragma once
 
 #include <string>
