@@ -4,6 +4,7 @@
 // outcome, where the failed call is one the library may do without, or in false with a
 // failure line; where the library promises to clean up, nothing it made may be left.
 #include <cstdio>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <set>
@@ -97,6 +98,7 @@ TEST_F(Fault_Injection, every_ceph_call_of_every_operation_fails_cleanly) {
     ASSERT_TRUE(image.new_snapshot("s2", s));
   }
   bool group_made = false;
+  std::set<std::string> pieces;  // written by the backup and restore scenario
   // A run that failed may leave its image (no promise there), but not open: then the
   // removal finds it busy.
   const auto remove = [&](const std::string& name) {
@@ -215,17 +217,35 @@ TEST_F(Fault_Injection, every_ceph_call_of_every_operation_fails_cleanly) {
          ceph::Ceph_Pool pool;
          ceph::Ceph_Image image;
          const std::string uri = "ceph://" + POOL + "/" + src;
-         if (!(io.connect("file://" + dir_.path(), Client_IO_Base::Options()) &&
-               b.open(client, uri + "@s1") && b.backup_to(io, "full", "", 16, nullptr) &&
-               b.open(client, uri + "@s2") && b.backup_to(io, "incr", "s1", 16, nullptr) &&
-               client.open_pool(POOL, pool) && pool.new_image(target, 8 * MiB, image, 1, 22, 0, 0, false) &&
+         const auto piece = [&](const std::string& name, const std::string& snap, const std::string& from) {
+           const bool ok = b.open(client, uri + "@" + snap) && b.backup_to(io, name, from, 16, nullptr);
+           if (ok) pieces.insert(name);
+           return ok;
+         };
+         if (!(io.connect("file://" + dir_.path(), Client_IO_Base::Options()) && piece("full", "s1", "") &&
+               piece("incr", "s2", "s1") && client.open_pool(POOL, pool) &&
+               pool.new_image(target, 8 * MiB, image, 1, 22, 0, 0, false) &&
                w.open(client, "ceph://" + POOL + "/" + target) && w.write_from(io, "full", MiB, nullptr) &&
                w.write_from(io, "incr", MiB, nullptr)))
            return false;
          outcome = image_sum(target) == image_sum(src + "@s2") ? "restored" : "differs";
          return true;
        },
-       [] { return std::string(); }, [&] { remove(target); }},
+       // A failed backup drops its piece.
+       [&] {
+         Client_IO_Ex io;
+         std::vector<std::string> names;
+         if (!io.connect("file://" + dir_.path(), Client_IO_Base::Options()) || !io.list("", names))
+           return std::string("an unreadable pool");
+         for (const std::string& name : names)
+           if (pieces.count(name) == 0) return "piece " + name;
+         return std::string();
+       },
+       [&] {
+         remove(target);
+         for (const auto& entry : std::filesystem::directory_iterator(dir_.path())) std::filesystem::remove_all(entry);
+         pieces.clear();
+       }},
   };
 
   au_test::Ceph_Fault_Injector injector;
