@@ -18,7 +18,9 @@ constexpr std::size_t ENDLESS_PIECE = 64 * 1024;
 }  // namespace
 
 std::string random_hex_text(std::size_t digits) {
-  static std::mt19937_64 engine{std::random_device{}()};
+  // One engine a thread: each array's lock guards only its own state, and two arrays in one
+  // process log clients in at once.
+  thread_local std::mt19937_64 engine{std::random_device{}()};
   static const char* const HEX = "0123456789abcdef";
   std::string out;
   for (std::size_t i = 0; i < digits; ++i) out += HEX[engine() % 16];

@@ -1,6 +1,6 @@
-// Sixteen threads, each with its own OceanStor client, against one simulated array: a
+// Sixteen threads, each with its own OceanStor client, against simulated arrays: a
 // thousand requests each (reads, attach and detach of the thread's own LUN), the session
-// renewed every fifty; every answer checked, then the array's own record of requests,
+// renewed every fifty; every answer checked, then the arrays' own record of requests,
 // logins and lun-group members.
 #include <cstdio>
 #include <functional>
@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "tests/integration/sim/oceanstor_fixture.h"
+#include "tests/support/http_test_server.h"
 
 namespace {
 
@@ -69,19 +70,20 @@ const std::vector<Step> CYCLE = {
      }},
 };
 
-class OceanStor_Load : public ::testing::Test {
- protected:
-  au_sim::OceanStor_Sim sim;
-};
-
-TEST_F(OceanStor_Load, sixteen_clients_make_a_thousand_requests_each_with_renewals) {
-  ASSERT_TRUE(sim.start());
+// Even threads reach an array over HTTP, odd ones another over HTTPS: the TLS layer's
+// process-wide state is shared by every client.
+TEST(OceanStor_Load, sixteen_clients_make_a_thousand_requests_each_with_renewals) {
+  au_test::Self_Signed_Certificate cert;
+  ASSERT_TRUE(cert.ok());
+  au_sim::OceanStor_Sim plain, secure(cert.cert_file(), cert.key_file());
+  au_sim::OceanStor_Sim* arrays[] = {&plain, &secure};
   for (int k = 0; k < THREADS; ++k) {
     const Names n(k);
-    sim.add_lun(n.lun, "lun-" + n.lun, 1 << 30);
-    sim.add_snapshot(n.snapshot, "snap-" + n.snapshot, n.lun);
-    sim.add_lun_group(n.group);
+    arrays[k % 2]->add_lun(n.lun, "lun-" + n.lun, 1 << 30);
+    arrays[k % 2]->add_snapshot(n.snapshot, "snap-" + n.snapshot, n.lun);
+    arrays[k % 2]->add_lun_group(n.group);
   }
+  ASSERT_TRUE(plain.start() && secure.start());
   au_test::Log_Capture logs;
   std::vector<Thread_Run> runs(THREADS);
   std::vector<std::thread> threads;
@@ -89,7 +91,10 @@ TEST_F(OceanStor_Load, sixteen_clients_make_a_thousand_requests_each_with_renewa
     threads.emplace_back([&, k] {
       const Names n(k);
       Thread_Run& run = runs[k];
-      Load_Client client(au_test::manager_info(sim.port(), sim.device_id()), "load-" + std::to_string(k));
+      au_sim::OceanStor_Sim& array = *arrays[k % 2];
+      auto info = au_test::manager_info(array.port(), array.device_id(), k % 2 == 1);
+      if (k % 2) info.ca_file = cert.cert_file();
+      Load_Client client(info, "load-" + std::to_string(k));
       for (size_t i = 0; run.requests < REQUESTS && run.failure.empty(); ++i) {
         const Step* step = &CYCLE[i % CYCLE.size()];
         if (run.requests + step->requests > REQUESTS) step = &CYCLE[0];
@@ -105,18 +110,23 @@ TEST_F(OceanStor_Load, sixteen_clients_make_a_thousand_requests_each_with_renewa
   }
   for (auto& t : threads) t.join();
 
-  // What the array saw, by thread: every request, one login per session, each session
+  // What the arrays saw, by thread: every request, one login per session, each session
   // closed (renewals and the clients' ends).
-  const std::string login = sim.rest_base().substr(0, sim.rest_base().rfind('/')) + "/xxxxx/sessions";
   std::vector<int> seen(THREADS), logins(THREADS), logouts(THREADS);
-  size_t renewals = 0;
-  for (const au_sim::Sim_Request& rq : sim.requests()) {
-    const std::string mark = rq.header(au_test::Test_Client::CONNECTION_MARK);
-    ASSERT_EQ(0u, mark.find("load-")) << rq.method << " " << rq.path;
-    const int k = std::stoi(mark.substr(5));
-    if (rq.method == "POST" && rq.path == login) ++logins[k];
-    else if (rq.method == "DELETE" && rq.path == sim.rest_base() + "/sessions") ++logouts[k];
-    else ++seen[k];
+  size_t renewals = 0, requests = 0;
+  for (const au_sim::OceanStor_Sim* array : arrays) {
+    const std::string base = array->rest_base(), login = base.substr(0, base.rfind('/')) + "/xxxxx/sessions";
+    for (const au_sim::Sim_Request& rq : array->requests()) {
+      const std::string mark = rq.header(au_test::Test_Client::CONNECTION_MARK);
+      ASSERT_EQ(0u, mark.find("load-")) << rq.method << " " << rq.path;
+      const int k = std::stoi(mark.substr(5));
+      EXPECT_EQ(array, arrays[k % 2]) << "thread " << k;
+      if (rq.method == "POST" && rq.path == login) ++logins[k];
+      else if (rq.method == "DELETE" && rq.path == base + "/sessions") ++logouts[k];
+      else ++seen[k];
+      ++requests;
+    }
+    EXPECT_EQ(0u, array->live_sessions());
   }
   for (int k = 0; k < THREADS; ++k) {
     const Thread_Run& r = runs[k];
@@ -125,14 +135,13 @@ TEST_F(OceanStor_Load, sixteen_clients_make_a_thousand_requests_each_with_renewa
     EXPECT_EQ(REQUESTS, seen[k]) << "thread " << k;
     EXPECT_EQ(r.renewals + 1, logins[k]) << "thread " << k;
     EXPECT_EQ(r.renewals + 1, logouts[k]) << "thread " << k;
-    EXPECT_EQ(r.attached, sim.in_lun_group(Names(k).group, Names(k).lun)) << "thread " << k;
+    EXPECT_EQ(r.attached, arrays[k % 2]->in_lun_group(Names(k).group, Names(k).lun)) << "thread " << k;
     renewals += r.renewals;
   }
-  EXPECT_EQ(THREADS + renewals, sim.logins());
-  EXPECT_EQ(0u, sim.live_sessions());
+  EXPECT_EQ(THREADS + renewals, plain.logins() + secure.logins());
   EXPECT_FALSE(logs.has_fragment(LM_ERROR, "")) << logs.dump();
-  std::printf("oceanstor load: %d clients, %d requests each, %zu renewals, %zu requests seen by the array, none lost\n",
-              THREADS, REQUESTS, renewals, sim.requests().size());
+  std::printf("oceanstor load: %d clients (half over HTTPS), %d requests each, %zu renewals, %zu requests seen by "
+              "the arrays, none lost\n", THREADS, REQUESTS, renewals, requests);
 }
 
 }  // namespace
