@@ -1,17 +1,20 @@
 // Sixteen threads on one connection factory: each backs up its own busy image into its
 // own piece, then (all at once) restores that piece into a new image and reads it back
-// whole. Half the threads share the test's cluster handle, half connect on their own.
+// whole. Half the threads share the test's cluster handle, half connect on their own; half
+// keep their pieces in a directory pool, half in a bucket of the sandbox's gateway.
 // Work on one image stays on one thread: snapshot creation and removal wait for the
 // monitor, which then serves all sixteen in one round.
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 #include <random>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
+#include "framework/client_io/s3_client.h"
 #include "sim/backupd/backupd_sim.h"
 #include "tests/integration/ceph/pool_fixture.h"
 #include "tests/support/temp_dir.h"
@@ -60,6 +63,20 @@ class Load : public ceph_test::Pool_Fixture {
  protected:
   // In process and in parallel: the rbd tool takes a second or more an image.
   void TearDown() override {
+    if (bucket_) {
+      std::vector<std::string> names;
+      std::string error;
+      S3_Client::Reply reply;
+      S3_Client::Request rq;
+      rq.method = "DELETE";
+      bucket_->list("", names, error);
+      for (const std::string& n : names) {
+        rq.key = n;
+        bucket_->request(rq, reply, error);
+      }
+      rq.key.clear();
+      bucket_->request(rq, reply, error);
+    }
     on_every_thread([&](int k) {
       ceph::Ceph_Client shared(client_->context());
       ceph::Ceph_Pool pool;
@@ -79,6 +96,7 @@ class Load : public ceph_test::Pool_Fixture {
   std::string uri(const std::string& name) const { return "ceph://" + POOL + "/" + name; }
 
   const std::string prefix_ = au_test::unique_ceph_name("load") + "-";
+  std::unique_ptr<S3_Client> bucket_;
 };
 
 TEST_F(Load, sixteen_threads_share_one_factory_each_restoring_its_own_piece) {
@@ -86,6 +104,24 @@ TEST_F(Load, sixteen_threads_share_one_factory_each_restoring_its_own_piece) {
   au_sim::Backupd_Sim backupd;
   ASSERT_TRUE(backupd.start());
   backupd.add_pool("load", "file://" + dir.path());
+  // Threads k % 4 == 2, 3 go to the bucket: both kinds of cluster connection meet both pools.
+  au_test::Sandbox_S3 s3;
+  ASSERT_TRUE(au_test::sandbox_s3(s3)) << "the sandbox has no S3 gateway (s3.env)";
+  const std::string url = s3.url + "/" + prefix_ + "pieces";
+  Client_IO_Base::Options keys;
+  keys.access_key = s3.access_key;
+  keys.secret_key = s3.secret_key;
+  S3_Endpoint endpoint;
+  std::string error;
+  ASSERT_TRUE(make_s3_endpoint(url, keys, endpoint, error)) << error;
+  bucket_.reset(new S3_Client(endpoint));
+  ASSERT_TRUE(bucket_->create_bucket(error)) << error;
+  backupd.set_pool("objects", json_spirit::Object{
+                                  {"uuid", "u-s3"}, {"name", "objects"}, {"url", url}, {"s3_enabled", true},
+                                  {"default_s3", json_spirit::Object{{"region", "default"},
+                                                                     {"access_key", s3.access_key},
+                                                                     {"secret_key", s3.secret_key}}}});
+  const auto pool_of = [](int k) { return k % 4 < 2 ? "load" : "objects"; };
   IO_Connection_Factory factory(Client_IO_Base::Options(), 0);
   ASSERT_TRUE(factory.init_upstream("127.0.0.1", backupd.port(), false, ""));
   const ceph::Options own_connection{"admin", au_test::ceph_conf_path(), {}};
@@ -105,7 +141,7 @@ TEST_F(Load, sixteen_threads_share_one_factory_each_restoring_its_own_piece) {
     ceph::Backup_Totals totals;
     const std::string at_snap = uri(source(k)) + "@s";
     run.backed_up = run.made && (k % 2 ? b.open(own_connection, at_snap) : b.open(shared, at_snap)) &&
-                    b.backup("load", "load/" + std::to_string(k), "", 16, &totals);
+                    b.backup(pool_of(k), "load/" + std::to_string(k), "", 16, &totals);
     run.piece_bytes = totals.piece_bytes;
   });
   on_every_thread([&](int k) {
@@ -119,7 +155,7 @@ TEST_F(Load, sixteen_threads_share_one_factory_each_restoring_its_own_piece) {
     target.close_image();
     ceph::Ceph_Image_Writer w(factory);
     run.opened = k % 2 ? w.open(own_connection, uri(name)) : w.open(shared, uri(name));
-    run.restored = run.opened && w.write("load", "load/" + std::to_string(k), 0, &run.bytes_read);
+    run.restored = run.opened && w.write(pool_of(k), "load/" + std::to_string(k), 0, &run.bytes_read);
     if (!run.restored) return;
     const auto want_writes = writes(k);
     std::string got(4 * MiB, '\0'), want(got.size(), '\0');
@@ -144,9 +180,11 @@ TEST_F(Load, sixteen_threads_share_one_factory_each_restoring_its_own_piece) {
     verified += r.restored && r.mismatch.empty();
     bytes_read += r.bytes_read;
   }
-  // Thirty-two connections to one new pool: one description asked of backupd.
+  // Sixteen connections to each new pool: one description of each asked of backupd.
   EXPECT_EQ(1u, backupd.pool_requests("load").size());
-  std::printf("load: %d threads, %d images restored and verified, %llu bytes of pieces read, %llu image bytes compared\n",
+  EXPECT_EQ(1u, backupd.pool_requests("objects").size());
+  std::printf("load: %d threads, %d images restored and verified (half from a directory pool, half from S3), %llu "
+              "bytes of pieces read, %llu image bytes compared\n",
               THREADS, verified, static_cast<unsigned long long>(bytes_read),
               static_cast<unsigned long long>(verified * SIZE));
 }
