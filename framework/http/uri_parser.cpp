@@ -1,6 +1,7 @@
 #include "framework/http/uri_parser.h"
 
 #include <ace/Log_Msg.h>
+#include <arpa/inet.h>
 #include <curl/curl.h>
 
 #include <cstdlib>
@@ -66,6 +67,13 @@ bool URI_Parser::parse(const char* text, URI& out) {
   get_part(url.get(), CURLUPART_PATH, 0, parsed.path_);
   get_part(url.get(), CURLUPART_QUERY, 0, parsed.query_);
 
+  // libcurl writes a numeric IPv4 host ("5", "0x7f.1") in dotted form before it decodes
+  // %-escapes, so "%35" came back as "5" where "5" comes back as "0.0.0.5". Dotted form
+  // for both: the same server gives the same host, as the resolver would read it.
+  in_addr v4;
+  char dotted[INET_ADDRSTRLEN];
+  if (::inet_aton(host.c_str(), &v4) != 0 && ::inet_ntop(AF_INET, &v4, dotted, sizeof dotted))
+    host = dotted;
   parsed.host_ = strip_brackets(host);
   parsed.port_ = static_cast<unsigned short>(number);
   if (parsed.path_.empty()) parsed.path_ = "/";
