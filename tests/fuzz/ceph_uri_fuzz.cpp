@@ -29,7 +29,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
 
   const std::string written = uri.to_uri();
   // The length limit applies to the text as given, so a URI without "ceph://" that is
-  // close to it writes back too long to read again (crashes/ceph_uri-1, -2).
+  // close to it writes back too long to read again (regressions/ceph_uri-1, -2).
   if (written.size() > ceph::RBD_URI_MAX_LENGTH) return 0;
   const URI_Components again(written);
   if (!same_parts(uri, again) || again.to_uri() != written) __builtin_trap();

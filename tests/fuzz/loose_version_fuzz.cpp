@@ -43,7 +43,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   for (std::size_t i = 0; i < 3; ++i) {
     if (v[i].compare(v[i]) != 0) __builtin_trap();
     // The text kept is what the C-string form sees: a NUL ends it even in the std::string
-    // form, which then accepts "1.0\0x" as 1.0 (crashes/loose_version-1, -2).
+    // form, which then accepts "1.0\0x" as 1.0 (regressions/loose_version-1, -2).
     if (v[i] && v[i].str() != std::string(lines[i].c_str())) __builtin_trap();
     for (std::size_t j = 0; j < 3; ++j) check_pair(v[i], v[j]);
   }
