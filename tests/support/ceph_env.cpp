@@ -47,8 +47,7 @@ std::string unique_ceph_name(const std::string& prefix) {
   return prefix + "-" + std::to_string(getpid()) + "-" + std::to_string(++counter);
 }
 
-bool sandbox_s3(Sandbox_S3& out) {
-  const std::string conf = ceph_conf_path();
+bool sandbox_s3(Sandbox_S3& out, const std::string& conf) {
   std::ifstream env(conf.substr(0, conf.rfind('/')) + "/s3.env");
   std::string line;
   while (std::getline(env, line)) {
@@ -62,12 +61,12 @@ bool sandbox_s3(Sandbox_S3& out) {
   return !conf.empty() && !out.url.empty();
 }
 
-bool run_ceph_cli(const std::string& args, std::string* out) {
+bool run_ceph_cli(const std::string& args, std::string* out, const std::string& conf_path) {
   if (out) out->clear();
-  if (!ceph_unavailable_reason().empty()) return false;
+  if (conf_path.empty() || access(conf_path.c_str(), R_OK) != 0) return false;
   // The conf path in single quotes, each quote inside it as '\''.
   std::string conf = "'";
-  for (char c : ceph_conf_path()) conf += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  for (char c : conf_path) conf += c == '\'' ? std::string("'\\''") : std::string(1, c);
   const size_t tool_end = args.find(' ');
   const std::string command = args.substr(0, tool_end) + " -c " + conf + "'" +
                               (tool_end == std::string::npos ? "" : args.substr(tool_end));

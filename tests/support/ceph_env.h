@@ -30,12 +30,12 @@ struct Sandbox_S3 {
   std::string secret_key;
 };
 // False when the sandbox has no gateway (or no conf is set).
-bool sandbox_s3(Sandbox_S3& out);
+bool sandbox_s3(Sandbox_S3& out, const std::string& conf = ceph_conf_path());
 
 // Runs "rbd diff ...", "ceph osd ..." or "rados ..." through /bin/sh (pipes work) with
 // "-c <conf>" put right after the tool. stdout lands in *out when not null; stderr goes
-// to the test's output. True when the command exits 0.
-bool run_ceph_cli(const std::string& args, std::string* out);
+// to the test's output. True when the command exits 0. `conf` names another sandbox's.
+bool run_ceph_cli(const std::string& args, std::string* out, const std::string& conf = ceph_conf_path());
 
 }  // namespace au_test
 
