@@ -7,6 +7,7 @@
 #include "framework/client_io/piece_fixture_test.h"
 #include "framework/client_io/s3_client.h"
 #include "tests/support/ceph_env.h"
+#include "tests/support/sandbox_bucket.h"
 
 namespace {
 
@@ -21,32 +22,16 @@ class S3_Pool : public ::testing::Test {
       if (au_test::ceph_required()) FAIL() << "the sandbox has no S3 gateway (s3.env)";
       GTEST_SKIP() << "the sandbox has no S3 gateway (s3.env)";
     }
-    keys.access_key = s3.access_key;
-    keys.secret_key = s3.secret_key;
+    keys = au_test::Sandbox_Bucket::keys_of(s3);
     keys.resume_buffer_size = MIN_RESUME_BUFFER_SIZE;  // several parts per piece
     url = s3.url + "/" + au_test::unique_ceph_name("cio");
-    S3_Endpoint endpoint;
     std::string error;
-    ASSERT_TRUE(make_s3_endpoint(url, keys, endpoint, error)) << error;
-    client.reset(new S3_Client(endpoint));
-    ASSERT_TRUE(client->create_bucket(error)) << error;
+    ASSERT_TRUE(bucket.create(url, keys, error)) << error;
   }
 
   void TearDown() override {
-    if (!client) return;
-    std::vector<std::string> names;
     std::string error;
-    client->list("", names, error);
-    S3_Client::Reply reply;
-    for (const std::string& n : names) {
-      S3_Client::Request rq;
-      rq.method = "DELETE";
-      rq.key = n;
-      client->request(rq, reply, error);
-    }
-    S3_Client::Request rq;
-    rq.method = "DELETE";
-    EXPECT_TRUE(client->request(rq, reply, error)) << error;
+    EXPECT_TRUE(bucket.remove(error)) << error;
   }
 
   Client_IO_Base::Options with(Client_IO_Base::Options o) const {
@@ -61,13 +46,13 @@ class S3_Pool : public ::testing::Test {
     rq.query = "uploads=";
     S3_Client::Reply reply;
     std::string error;
-    EXPECT_TRUE(client->request(rq, reply, error)) << error;
+    EXPECT_TRUE(bucket.client().request(rq, reply, error)) << error;
     return reply.body;
   }
 
   Client_IO_Base::Options keys;
   std::string url;
-  std::unique_ptr<S3_Client> client;
+  au_test::Sandbox_Bucket bucket;
 };
 
 TEST_F(S3_Pool, pieces_round_trip_through_multipart_uploads_and_ranged_reads) {

@@ -28,6 +28,7 @@
 #include "framework/client_io/s3_client.h"
 #include "tests/support/ceph_env.h"
 #include "tests/support/log_capture.h"
+#include "tests/support/sandbox_bucket.h"
 #include "tests/support/temp_dir.h"
 #include "utils/agent/ceph/ceph_client.h"
 #include "utils/agent/ceph/ceph_config.h"
@@ -65,9 +66,7 @@ class Cluster_Faults : public ::testing::Test {
     ASSERT_TRUE(files_.connect("file://" + pieces_.path(), {}));
     au_test::Sandbox_S3 s3;
     ASSERT_TRUE(au_test::sandbox_s3(s3, conf_));
-    Client_IO_Base::Options keys;
-    keys.access_key = s3.access_key;
-    keys.secret_key = s3.secret_key;
+    Client_IO_Base::Options keys = au_test::Sandbox_Bucket::keys_of(s3);
     keys.resume_buffer_size = MIN_RESUME_BUFFER_SIZE;  // parts go up while the backup runs
     S3_Endpoint endpoint;
     std::string error;

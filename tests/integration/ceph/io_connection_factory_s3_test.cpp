@@ -14,6 +14,7 @@
 #include "sim/backupd/backupd_sim.h"
 #include "tests/support/ceph_env.h"
 #include "tests/support/log_capture.h"
+#include "tests/support/sandbox_bucket.h"
 #include "utils/agent/io_connection_factory.h"
 
 namespace {
@@ -36,14 +37,8 @@ class IO_Factory_S3 : public ::testing::Test {
       GTEST_SKIP() << "the sandbox has no S3 gateway (s3.env)";
     }
     url_ = s3_.url + "/" + au_test::unique_ceph_name("factory");
-    Client_IO_Base::Options keys;
-    keys.access_key = s3_.access_key;
-    keys.secret_key = s3_.secret_key;
-    S3_Endpoint endpoint;
     std::string error;
-    ASSERT_TRUE(make_s3_endpoint(url_, keys, endpoint, error)) << error;
-    bucket_.reset(new S3_Client(endpoint));
-    ASSERT_TRUE(bucket_->create_bucket(error)) << error;
+    ASSERT_TRUE(bucket_.create(s3_, url_, error)) << error;
     ASSERT_TRUE(sim_.start());
     WebSocket_Options::instance()->backupd(HTTP_Server_Address{"127.0.0.1", sim_.port(), false});
     Host_Manager::instance()->access_key("");
@@ -52,20 +47,8 @@ class IO_Factory_S3 : public ::testing::Test {
   void TearDown() override {
     sim_.stop();
     WebSocket_Options::instance()->backupd(HTTP_Server_Address{});
-    if (!bucket_) return;
-    std::vector<std::string> names;
     std::string error;
-    bucket_->list("", names, error);
-    S3_Client::Reply reply;
-    for (const std::string& n : names) {
-      S3_Client::Request rq;
-      rq.method = "DELETE";
-      rq.key = n;
-      bucket_->request(rq, reply, error);
-    }
-    S3_Client::Request rq;
-    rq.method = "DELETE";
-    EXPECT_TRUE(bucket_->request(rq, reply, error)) << error;
+    EXPECT_TRUE(bucket_.remove(error)) << error;
   }
 
   // The bucket as backupd describes it: sealed by the agent, with the gateway's keys.
@@ -82,7 +65,7 @@ class IO_Factory_S3 : public ::testing::Test {
 
   au_test::Sandbox_S3 s3_;
   std::string url_;
-  std::unique_ptr<S3_Client> bucket_;
+  au_test::Sandbox_Bucket bucket_;
   au_sim::Backupd_Sim sim_;
   au_test::Log_Capture log_;
 };
@@ -116,7 +99,7 @@ TEST_F(IO_Factory_S3, a_piece_written_through_one_factory_reads_back_through_ano
   S3_Client::Request rq;
   rq.key = "job/p1";
   S3_Client::Reply reply;
-  ASSERT_TRUE(bucket_->request(rq, reply, error)) << error;
+  ASSERT_TRUE(bucket_.client().request(rq, reply, error)) << error;
   EXPECT_EQ(std::string::npos, reply.body.find(extents[1].data.substr(0, 4096)));
 }
 

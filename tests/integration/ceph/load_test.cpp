@@ -17,6 +17,7 @@
 #include "framework/client_io/s3_client.h"
 #include "sim/backupd/backupd_sim.h"
 #include "tests/integration/ceph/pool_fixture.h"
+#include "tests/support/sandbox_bucket.h"
 #include "tests/support/temp_dir.h"
 #include "utils/agent/ceph/ceph_image_backup.h"
 #include "utils/agent/ceph/ceph_image_writer.h"
@@ -63,20 +64,8 @@ class Load : public ceph_test::Pool_Fixture {
  protected:
   // In process and in parallel: the rbd tool takes a second or more an image.
   void TearDown() override {
-    if (bucket_) {
-      std::vector<std::string> names;
-      std::string error;
-      S3_Client::Reply reply;
-      S3_Client::Request rq;
-      rq.method = "DELETE";
-      bucket_->list("", names, error);
-      for (const std::string& n : names) {
-        rq.key = n;
-        bucket_->request(rq, reply, error);
-      }
-      rq.key.clear();
-      bucket_->request(rq, reply, error);
-    }
+    std::string ignored;
+    bucket_.remove(ignored);
     on_every_thread([&](int k) {
       ceph::Ceph_Client shared(client_->context());
       ceph::Ceph_Pool pool;
@@ -96,7 +85,7 @@ class Load : public ceph_test::Pool_Fixture {
   std::string uri(const std::string& name) const { return "ceph://" + POOL + "/" + name; }
 
   const std::string prefix_ = au_test::unique_ceph_name("load") + "-";
-  std::unique_ptr<S3_Client> bucket_;
+  au_test::Sandbox_Bucket bucket_;
 };
 
 TEST_F(Load, sixteen_threads_share_one_factory_each_restoring_its_own_piece) {
@@ -108,14 +97,8 @@ TEST_F(Load, sixteen_threads_share_one_factory_each_restoring_its_own_piece) {
   au_test::Sandbox_S3 s3;
   ASSERT_TRUE(au_test::sandbox_s3(s3)) << "the sandbox has no S3 gateway (s3.env)";
   const std::string url = s3.url + "/" + prefix_ + "pieces";
-  Client_IO_Base::Options keys;
-  keys.access_key = s3.access_key;
-  keys.secret_key = s3.secret_key;
-  S3_Endpoint endpoint;
   std::string error;
-  ASSERT_TRUE(make_s3_endpoint(url, keys, endpoint, error)) << error;
-  bucket_.reset(new S3_Client(endpoint));
-  ASSERT_TRUE(bucket_->create_bucket(error)) << error;
+  ASSERT_TRUE(bucket_.create(s3, url, error)) << error;
   backupd.set_pool("objects", json_spirit::Object{
                                   {"uuid", "u-s3"}, {"name", "objects"}, {"url", url}, {"s3_enabled", true},
                                   {"default_s3", json_spirit::Object{{"region", "default"},
