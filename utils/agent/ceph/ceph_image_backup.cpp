@@ -92,10 +92,10 @@ class Ceph_Image_Backup::Piece_Run {
   // Reads are queued ahead while the window has room and taken back in order; a stretch
   // of zeros is stored when its turn comes between them.
   bool read_windowed(const std::vector<Step>& steps) {
-    Rbd_Aio_Window window(owner_.snapshot_.context(), WINDOW);
+    Rbd_Aio_Window window(owner_.snapshot_.context(), WINDOW, WINDOW * READ_SIZE);
     size_t next = 0;
     for (const Step& s : steps) {
-      for (; next < steps.size() && !window.full(); ++next) {
+      for (; next < steps.size() && !window.full(steps[next].length); ++next) {
         if (!steps[next].read) continue;
         const int r = window.submit_read(steps[next].offset, steps[next].length, 0);
         if (r < 0) return read_failed(steps[next], r);

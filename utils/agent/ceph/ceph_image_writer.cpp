@@ -120,7 +120,8 @@ void Ceph_Image_Writer::log_write_failure(size_t length, off_t offset, ssize_t r
 // the window is full, and all of them once the piece ends or stops. A failed or short
 // block stops the piece after the blocks in flight have landed; only its line is logged.
 bool Ceph_Image_Writer::restore_windowed(Client_IO_Base& io, uint64_t block_size) {
-  Rbd_Aio_Window window(image_.context(), WINDOW, rbd_handle::writes_are_copied(image_.context()));
+  Rbd_Aio_Window window(image_.context(), WINDOW, MAX_BYTES_IN_FLIGHT,
+                        rbd_handle::writes_are_copied(image_.context()));
   // librbd's asynchronous writes drop bytes past the image end without saying so; such a
   // block goes through the synchronous sink, whose short count stops the piece.
   const uint64_t image_size = image_.size();
@@ -137,7 +138,7 @@ bool Ceph_Image_Writer::restore_windowed(Client_IO_Base& io, uint64_t block_size
     if (progress_callback_) progress_callback_(r->length);
   };
   auto sink = [&](const void* data, size_t length, off_t offset) {
-    while ((window.full() || offset + length > image_size) && !window.empty() && !failed)
+    while ((window.full(data != nullptr ? length : 0) || offset + length > image_size) && !window.empty() && !failed)
       land_oldest();
     if (failed) return false;
     if (offset + length > image_size) return in_line(data, length, offset);

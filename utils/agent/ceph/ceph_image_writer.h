@@ -8,9 +8,10 @@
 //
 // Zero records are zeroed in the image (rbd_write_zeroes), so a restored image stays
 // sparse; where the image held no data when the piece began (a new image), they cost
-// nothing at all. Where librbd has its asynchronous calls, up to WINDOW blocks are in flight at
-// once, all driven from the calling thread; progress then counts completed blocks only,
-// and the first failure stops the piece once the blocks in flight have landed.
+// nothing at all. Where librbd has its asynchronous calls, up to WINDOW blocks and
+// MAX_BYTES_IN_FLIGHT bytes are in flight at once, all driven from the calling thread;
+// progress then counts completed blocks only, and the first failure stops the piece once
+// the blocks in flight have landed.
 //
 // Ownership: the caller owns the writer; the factory is borrowed and must outlive it.
 // Threads: one restore stream on one thread; the factory may be shared (it is
@@ -44,8 +45,11 @@ class AGENTUTIL_API Ceph_Image_Writer {
 
   // librados' no-cache advice: restored data is not read back soon.
   static constexpr int DEFAULT_WRITE_FLAG = 64;
-  // Blocks in flight at once on the asynchronous path.
-  static constexpr size_t WINDOW = 32;
+  // Blocks and their bytes in flight at once on the asynchronous path: pieces of small
+  // records (1 MiB stretches between holes, 4 KiB changes) need many requests to keep the
+  // OSDs busy, 4 MiB blocks need few; the byte bound keeps librbd's copies at 128 MiB.
+  static constexpr size_t WINDOW = 64;
+  static constexpr uint64_t MAX_BYTES_IN_FLIGHT = 128u << 20;
 
   explicit Ceph_Image_Writer(IO_Connection_Factory& factory);
   // The same, then open(); success shows as image() being open.

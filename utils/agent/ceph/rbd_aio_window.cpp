@@ -23,10 +23,17 @@ bool rbd_aio_window_available() {
 }
 
 Rbd_Aio_Window::Rbd_Aio_Window(const Ceph_Context& image, size_t max_requests,
-                               bool writes_copied)
+                               uint64_t max_bytes, bool writes_copied)
     : image_(image),
       max_requests_(max_requests == 0 ? 1 : max_requests),
+      max_bytes_(max_bytes),
       writes_copied_(writes_copied) {}
+
+namespace {
+uint64_t carried_bytes(const Rbd_Aio_Window::Request& r) {
+  return r.kind == Rbd_Aio_Window::Kind::zeroes ? 0 : r.length;
+}
+}  // namespace
 
 Rbd_Aio_Window::~Rbd_Aio_Window() {
   while (!empty()) complete_oldest();
@@ -45,6 +52,7 @@ Rbd_Aio_Window::Request& Rbd_Aio_Window::next_slot(Kind kind, uint64_t offset, u
   r->length = length;
   r->result = 0;
   r->completion = nullptr;
+  bytes_in_flight_ += carried_bytes(*r);
   in_flight_.push_back(std::move(r));
   return *in_flight_.back();
 }
@@ -55,13 +63,14 @@ int Rbd_Aio_Window::queue(Request& r, int submitted) {
   // A completion librbd never made has nothing to release.
   if (r.completion != nullptr) rbd_aio_release(static_cast<rbd_completion_t>(r.completion));
   r.completion = nullptr;
+  bytes_in_flight_ -= carried_bytes(r);
   idle_.push_back(std::move(in_flight_.back()));
   in_flight_.pop_back();
   return submitted;
 }
 
 int Rbd_Aio_Window::submit_read(uint64_t offset, size_t length, int op_flags) {
-  if (!image_.img_ctx_ || full()) return -EINVAL;
+  if (!image_.img_ctx_ || full(length)) return -EINVAL;
   Request& r = next_slot(Kind::read, offset, length);
   char* into = r.buffer.room(length);
   const int c = rbd_aio_create_completion(nullptr, nullptr, &r.completion);
@@ -74,7 +83,7 @@ int Rbd_Aio_Window::submit_read(uint64_t offset, size_t length, int op_flags) {
 
 int Rbd_Aio_Window::submit_write(uint64_t offset, const void* data, size_t length,
                                  int op_flags) {
-  if (!image_.img_ctx_ || full()) return -EINVAL;
+  if (!image_.img_ctx_ || full(length)) return -EINVAL;
   if (op_flags != 0 && rbd_aio_write2 == nullptr) return -EOPNOTSUPP;
   Request& r = next_slot(Kind::write, offset, length);
   const char* from = static_cast<const char*>(data);
@@ -105,6 +114,7 @@ const Rbd_Aio_Window::Request* Rbd_Aio_Window::complete_oldest() {
   if (in_flight_.empty()) return nullptr;
   done_ = std::move(in_flight_.front());
   in_flight_.pop_front();
+  bytes_in_flight_ -= carried_bytes(*done_);
   const auto c = static_cast<rbd_completion_t>(done_->completion);
   rbd_aio_wait_for_complete(c);
   done_->result = rbd_aio_get_return_value(c);
