@@ -13,6 +13,7 @@
 #include "utils/agent/ceph/ceph_symbols.h"
 #include "utils/agent/ceph/librbd_wrapper.h"
 #include "utils/agent/ceph/rbd_handle.h"
+#include "utils/agent/ceph/sized_call.h"
 #include "utils/agent/ceph/uri_components.h"
 
 namespace ceph {
@@ -115,16 +116,12 @@ bool Ceph_Group::remove_image(Ceph_Image& img) {
 bool Ceph_Group::list_snapshot(std::vector<Group_Snapshot_Info>& snapshots) {
   if (AU_CEPH_LACKS_SYMBOL(rbd_group_snap_list)) return false;
   if (AU_IS_NULL(ctx_.io_ctx_)) return false;
-  size_t count = 0;
-  int r = rbd_group_snap_list(*ctx_.io_ctx_, group_name_.c_str(), nullptr, GROUP_SNAP_INFO_SIZE,
-                              &count);
-  if (r >= 0) return true;
   std::vector<rbd_group_snap_info_t> entries;
-  if (r == -ERANGE) {
-    entries.resize(count);
-    r = rbd_group_snap_list(*ctx_.io_ctx_, group_name_.c_str(), entries.data(),
-                            GROUP_SNAP_INFO_SIZE, &count);
-  }
+  size_t count = 0;
+  const int r = call_with_room([&] {
+    return rbd_group_snap_list(*ctx_.io_ctx_, group_name_.c_str(), room_for(entries, count),
+                               GROUP_SNAP_INFO_SIZE, &count);
+  });
   if (r < 0) {
     const Ceph_Error e(r);
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to list group snapshots of group %s: code %d, err %s\n"),
@@ -139,7 +136,7 @@ bool Ceph_Group::list_snapshot(std::vector<Group_Snapshot_Info>& snapshots) {
     if (entries[i].name != nullptr) info.name = entries[i].name;
     snapshots.push_back(std::move(info));
   }
-  if (rbd_group_snap_list_cleanup != nullptr)
+  if (count > 0 && rbd_group_snap_list_cleanup != nullptr)
     rbd_group_snap_list_cleanup(entries.data(), GROUP_SNAP_INFO_SIZE, count);
   return true;
 }
@@ -147,16 +144,12 @@ bool Ceph_Group::list_snapshot(std::vector<Group_Snapshot_Info>& snapshots) {
 bool Ceph_Group::list_image(std::vector<Image_Spec>& images) {
   if (AU_CEPH_LACKS_SYMBOL(rbd_group_image_list)) return false;
   if (AU_IS_NULL(ctx_.io_ctx_)) return false;
-  size_t count = 0;
-  int r = rbd_group_image_list(*ctx_.io_ctx_, group_name_.c_str(), nullptr, GROUP_IMAGE_INFO_SIZE,
-                               &count);
-  if (r >= 0) return true;
   std::vector<rbd_group_image_info_t> entries;
-  if (r == -ERANGE) {
-    entries.resize(count);
-    r = rbd_group_image_list(*ctx_.io_ctx_, group_name_.c_str(), entries.data(),
-                             GROUP_IMAGE_INFO_SIZE, &count);
-  }
+  size_t count = 0;
+  const int r = call_with_room([&] {
+    return rbd_group_image_list(*ctx_.io_ctx_, group_name_.c_str(), room_for(entries, count),
+                                GROUP_IMAGE_INFO_SIZE, &count);
+  });
   if (r < 0) {
     const Ceph_Error e(r);
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to list images of group %s: code %d, err %s\n"),
@@ -170,7 +163,7 @@ bool Ceph_Group::list_image(std::vector<Image_Spec>& images) {
     if (entries[i].name != nullptr) listed_image.name = entries[i].name;
     images.push_back(std::move(listed_image));
   }
-  if (rbd_group_image_list_cleanup != nullptr)
+  if (count > 0 && rbd_group_image_list_cleanup != nullptr)
     rbd_group_image_list_cleanup(entries.data(), GROUP_IMAGE_INFO_SIZE, count);
   return true;
 }

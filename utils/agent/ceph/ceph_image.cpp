@@ -7,13 +7,13 @@
 #include <cerrno>
 #include <utility>
 
-#include "framework/base/malloc_buffer.h"
 #include "framework/log/check.h"
 #include "framework/log/trace.h"
 #include "utils/agent/ceph/ceph_error.h"
 #include "utils/agent/ceph/ceph_pointers_internal.h"
 #include "utils/agent/ceph/librbd_wrapper.h"
 #include "utils/agent/ceph/rbd_handle.h"
+#include "utils/agent/ceph/sized_call.h"
 #include "utils/agent/ceph/uri_components.h"
 
 namespace ceph {
@@ -370,37 +370,16 @@ bool Ceph_Image::list_metadatas(std::map<std::string, std::string>& metadatas) {
   if (AU_IS_NULL(ctx_.img_ctx_)) return false;
   if (AU_CEPH_LACKS_SYMBOL(rbd_metadata_list)) return false;
   metadatas.clear();
-  size_t keys_len = 0;
-  size_t values_len = 0;
-  int r = rbd_metadata_list(image_of(ctx_), "", 0, nullptr, &keys_len, nullptr, &values_len);
-  if (r == 0) return true;  // no metadata at all
-  malloc_buffer keys;
-  malloc_buffer values;
-  if (r == -ERANGE) {
-    keys = malloc_buffer(keys_len);
-    values = malloc_buffer(values_len);
-    r = (keys.p_ == nullptr || values.p_ == nullptr)
-            ? -ENOMEM
-            : rbd_metadata_list(image_of(ctx_), "", 0, keys.data(), &keys_len, values.data(),
-                                &values_len);
-  }
-  if (r < 0 || (keys_len > keys.size() || values_len > values.size())) {
-    const Ceph_Error e(r < 0 ? r : -ERANGE);
+  const int r = list_key_values(
+      [&](char* keys, size_t* keys_len, char* values, size_t* values_len) {
+        return rbd_metadata_list(image_of(ctx_), "", 0, keys, keys_len, values, values_len);
+      },
+      metadatas);
+  if (r < 0) {
+    const Ceph_Error e(r);
     ACE_ERROR((LM_ERROR, "Failed to list metadatas of image '%s': code %d, msg %s.\n",
                image_name_.c_str(), e.code, e.text()));
     return false;
-  }
-  // Consecutive NUL-terminated strings, paired in order; never read past either buffer.
-  const char* key = keys.data();
-  const char* value = values.data();
-  const char* keys_end = key + keys_len;
-  const char* values_end = value + values_len;
-  while (key < keys_end && value < values_end) {
-    const std::string k(key, strnlen(key, static_cast<size_t>(keys_end - key)));
-    const std::string v(value, strnlen(value, static_cast<size_t>(values_end - value)));
-    key += k.size() + 1;
-    value += v.size() + 1;
-    metadatas[k] = v;
   }
   return true;
 }

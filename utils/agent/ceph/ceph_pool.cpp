@@ -18,16 +18,9 @@
 #include "utils/agent/ceph/librados_wrapper.h"
 #include "utils/agent/ceph/librbd_wrapper.h"
 #include "utils/agent/ceph/rbd_handle.h"
+#include "utils/agent/ceph/sized_call.h"
 
 namespace ceph {
-
-namespace {
-
-// Lists that librbd fills only when given enough room: each round learns the size
-// needed; the contents may grow between rounds (another client), hence a few rounds.
-constexpr int LIST_ROUNDS = 4;
-
-}  // namespace
 
 Ceph_Pool::Ceph_Pool(Ceph_Context ctx) : ctx_(std::move(ctx)) {}
 
@@ -85,14 +78,10 @@ bool Ceph_Pool::list_image2(std::vector<Image_Spec>& images) {
                pool_name_.c_str()));
     return false;
   }
-  std::vector<rbd_image_spec_t> listed(16);
-  size_t count = listed.size();
-  int r = -ERANGE;
-  for (int round = 0; round < LIST_ROUNDS && r == -ERANGE; ++round) {
-    if (count > listed.size()) listed.resize(count);
-    count = listed.size();
-    r = rbd_list2(*ctx_.io_ctx_, listed.data(), &count);
-  }
+  std::vector<rbd_image_spec_t> listed;
+  size_t count = 16;
+  const int r = call_with_room(
+      [&] { return rbd_list2(*ctx_.io_ctx_, room_for(listed, count), &count); });
   if (r < 0) {
     const Ceph_Error e(r);
     errno = -r;
@@ -255,25 +244,18 @@ bool Ceph_Pool::open_group(const std::string& group_name, Ceph_Group& group) {
 bool Ceph_Pool::list_group(std::set<std::string>& groups) {
   if (AU_CEPH_LACKS_SYMBOL(rbd_group_list)) return false;
   if (AU_IS_NULL(ctx_.io_ctx_)) return false;
-  std::vector<char> names(256);
-  size_t size = names.size();
-  int r = -ERANGE;
-  for (int round = 0; round < LIST_ROUNDS && r == -ERANGE; ++round) {
-    if (size > names.size()) names.resize(size);
-    size = names.size();
-    r = rbd_group_list(*ctx_.io_ctx_, names.data(), &size);
-  }
+  std::vector<char> names;
+  size_t size = 256;
+  const int r = call_with_room(
+      [&] { return rbd_group_list(*ctx_.io_ctx_, room_for(names, size), &size); });
   if (r < 0) {
     const Ceph_Error e(r);
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to list groups: code %d, msg %s.\n"), e.code, e.text()));
     return false;
   }
-  const char* end = names.data() + std::min(static_cast<size_t>(r), names.size());
-  for (const char* name = names.data(); name < end && *name != '\0';) {
-    const size_t len = strnlen(name, static_cast<size_t>(end - name));
-    groups.emplace(name, len);
-    name += len + 1;
-  }
+  for (std::string& name : split_nul_terminated(
+           names.data(), names.data() + std::min(static_cast<size_t>(r), names.size())))
+    groups.insert(std::move(name));
   return true;
 }
 
@@ -310,12 +292,14 @@ bool Ceph_Pool::get_pool_name(std::string& name) {
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to get pool name: io context wasn't opened.\n")));
     return false;
   }
-  std::vector<char> buf(256);
-  int r = -ERANGE;
-  for (int round = 0; round < LIST_ROUNDS && r == -ERANGE; ++round) {
-    if (round > 0) buf.resize(buf.size() * 4);
-    r = rados_ioctx_get_pool_name(*ctx_.io_ctx_, buf.data(), static_cast<unsigned>(buf.size()));
-  }
+  // librados does not say the room it needs: each round offers four times more.
+  std::vector<char> buf;
+  size_t room = 64;
+  const int r = call_with_room([&] {
+    room *= 4;
+    return rados_ioctx_get_pool_name(*ctx_.io_ctx_, room_for(buf, room),
+                                     static_cast<unsigned>(room));
+  });
   if (r < 0) {
     const Ceph_Error e(r);
     ACE_ERROR(
@@ -330,36 +314,16 @@ bool Ceph_Pool::list_metadatas(std::map<std::string, std::string>& metadatas) {
   if (AU_IS_NULL(ctx_.io_ctx_)) return false;
   if (AU_CEPH_LACKS_SYMBOL(rbd_pool_metadata_list)) return false;
   metadatas.clear();
-  std::vector<char> keys(1024), values(4096);
-  size_t keys_len = keys.size(), values_len = values.size();
-  int r = -ERANGE;
-  for (int round = 0; round < LIST_ROUNDS && r == -ERANGE; ++round) {
-    keys.resize(std::max(keys_len, keys.size()));
-    values.resize(std::max(values_len, values.size()));
-    keys_len = keys.size();
-    values_len = values.size();
-    r = rbd_pool_metadata_list(*ctx_.io_ctx_, "", 0, keys.data(), &keys_len, values.data(),
-                               &values_len);
-  }
+  const int r = list_key_values(
+      [&](char* keys, size_t* keys_len, char* values, size_t* values_len) {
+        return rbd_pool_metadata_list(*ctx_.io_ctx_, "", 0, keys, keys_len, values, values_len);
+      },
+      metadatas);
   if (r < 0) {
     const Ceph_Error e(r);
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to list metadatas of pool '%s': code %d, msg %s.\n"),
                pool_name_.c_str(), e.code, e.text()));
     return false;
-  }
-  // Consecutive NUL-terminated keys and values, paired in order.
-  const char* key_end = keys.data() + std::min(keys_len, keys.size());
-  const char* value_end = values.data() + std::min(values_len, values.size());
-  const char* key = keys.data();
-  const char* value = values.data();
-  while (key < key_end && *key != '\0' && value < value_end) {
-    const size_t klen = strnlen(key, static_cast<size_t>(key_end - key));
-    const size_t vlen = strnlen(value, static_cast<size_t>(value_end - value));
-    std::string k(key, klen), v(value, vlen);
-    AU_DEBUG_TRACE((LM_DEBUG, ACE_TEXT("key %s, value %s\n"), k.c_str(), v.c_str()));
-    metadatas[std::move(k)] = std::move(v);
-    key += klen + 1;
-    value += vlen + 1;
   }
   return true;
 }
