@@ -23,8 +23,9 @@ class AGENTUTIL_API Librbd_Wrapper {
   static void close_instance();
 
   // Loads the library (default "librbd"; from `dir` when given) and binds the
-  // pointers (then the optional asynchronous table), at most once per process: later calls, even after a failure and with
-  // other arguments, only report whether the library is bound.
+  // pointers, then the optional asynchronous table, at most once per process: later
+  // calls, even after a failure and with other arguments, only report whether the library
+  // is bound.
   bool open(const char* name, const char* dir);
   // The loading step; call it through open().
   bool open_i(const char* name, const char* dir) noexcept;
