@@ -2,14 +2,18 @@
 // beside this one, and they must never meet a hung OSD. The client time-outs are set the
 // way an agent sets them, as Ceph options given to the library.
 //
-// Each fault is injected from the call's progress callback, so that it lands while the call
-// is under way. The call, client and image closing included (what an agent does before it
-// exits), runs under a watchdog far above the time-outs: it must end in false with its
-// failure line while the fault lasts, and the same call must succeed once the fault is gone.
+// Each fault is injected from inside the call (a backup's progress, a restore's check after
+// each block it hands over, a writer between open and piece), so that it lands while the
+// call is under way. The call, client and image closing included (what an agent does
+// before it exits), runs under a watchdog far above the time-outs: it must end in false
+// with its failure line while the fault lasts, and the same call must succeed once the
+// fault is gone.
 //
 // The OSD is paused (SIGSTOP), not killed: a hung OSD keeps its connections open and
 // answers nothing, which is what time-outs are for, and memstore keeps objects only while
-// the process lives, so a killed OSD would come back without the image to retry on.
+// the process lives, so a killed OSD would come back without the image to retry on. A full
+// OSD is a filled memstore: its writes get no answer at all (clients hold them, the OSD
+// past its fail-safe ratio drops them), only the time-outs end them.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
@@ -169,10 +173,31 @@ class Cluster_Faults : public ::testing::Test {
     return b.open(options_, SOURCE) && b.backup_to(io, "full", "", 16, nullptr);
   }
 
-  bool restore(Client_IO_Base& io, const std::string& target, const Inject& inject) {
+  // The piece of `io` into `target` with one writer, `pieces` times (the later ones in an
+  // incremental's place, after a flush); `inject` is asked after each block of the last
+  // is handed to librbd, so that a fault there meets blocks not yet sent.
+  bool restore(Client_IO_Base& io, const std::string& target, const Inject& inject,
+               int pieces = 1) {
     ceph::Ceph_Image_Writer w(factory_);
-    w.progress_callback() = [&](uint64_t) { inject(); };
-    return w.open(options_, "ceph://rbd/" + target) && w.write_from(io, "full", 4 * MiB, nullptr);
+    if (!w.open(options_, "ceph://rbd/" + target)) return false;
+    for (int i = 1; i < pieces; ++i)
+      if (!w.write_from(io, "full", 4 * MiB, nullptr)) return false;
+    w.cancel_callback() = [&] {
+      inject();
+      return false;
+    };
+    return w.write_from(io, "full", 4 * MiB, nullptr);
+  }
+
+  // True once no client watches `image`: the OSD may keep the watch of a client that ended
+  // while it was hung until its watch time-out, and librbd breaks a lock only then.
+  bool unwatched(const std::string& image) {
+    std::string out;
+    for (int i = 0; i < 240; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(500)))
+      if (au_test::run_ceph_cli("rbd status rbd/" + image, &out, conf_) &&
+          out.find("Watchers: none") != std::string::npos)
+        return true;
+    return false;
   }
 
   std::string dir_, conf_, source_sum_, survived_;
@@ -213,11 +238,29 @@ TEST_F(Cluster_Faults, calls_fail_within_the_time_outs_and_succeed_once_the_faul
     EXPECT_EQ(source_sum_, sum(target)) << target;
   }
 
-  // Not here yet, both seen on this sandbox: the OSD paused in the middle of a restore
-  // (librbd's cache and exclusive lock: the restore sometimes returned true although
-  // half its blocks were sent after the pause, and a retry waited up to 180 s for the
-  // dead client's lock), and a full OSD (an image opened before the cluster filled but
-  // not yet locked left its first write waiting forever while librbd retried its watch).
+  // The OSD paused in a restore's second piece, where librbd's write-around cache would be
+  // on after the first piece's flush: its blocks must fail, not be taken by the cache.
+  fault("OSD paused during a restore", command("pause-osd"), "resume-osd",
+        [&](const Inject& inject) { return restore(files_, "from-dir", inject, 2); },
+        "to Ceph image 'ceph://rbd/from-dir', errno=110, Connection timed out\n");
+  // A full OSD holds writes without an answer. The image is opened before it fills, as a
+  // restore's is, so its first write must not wait on the exclusive lock either.
+  ASSERT_TRUE(rbd("create --size " + std::to_string(IMAGE_SIZE >> 20) + "M rbd/into-full"));
+  fault("OSD full during a restore", command("fill-osd"), "unfill-osd",
+        [&](const Inject& inject) {
+          ceph::Ceph_Image_Writer w(factory_);
+          if (!w.open(options_, "ceph://rbd/into-full")) return false;
+          inject();
+          return w.write_from(files_, "full", 4 * MiB, nullptr);
+        },
+        "to Ceph image 'ceph://rbd/into-full', errno=110, Connection timed out\n");
+  // Each again once the fault is gone, taking over the lock its dead writer left.
+  for (const std::string target : {"from-dir", "into-full"}) {
+    ASSERT_TRUE(unwatched(target)) << target;
+    EXPECT_TRUE(watched(target + ", again", [&] { return restore(files_, target, none); })) << logs_.dump();
+    EXPECT_EQ(source_sum_, sum(target)) << target;
+  }
+
   std::printf("cluster faults: %d faults survived (%s)\n",
               int(std::count(survived_.begin(), survived_.end(), ',') + !survived_.empty()), survived_.c_str());
 }

@@ -1,7 +1,9 @@
 /* librbd's asynchronous calls, bound as a table of their own after AU_LIBRBD_SYMBOLS (which
  * stays as it is), with the image configuration listing that tells whether librbd copies
- * what it is asked to write. Every entry is optional: the data paths that use them
- * (rbd_aio_window.h) fall back to the synchronous calls unless the calls are bound.
+ * what it is asked to write, and the explicit exclusive lock a restore takes at open. Every
+ * entry is optional: the data paths that use them (rbd_aio_window.h) fall back to the
+ * synchronous calls unless the calls are bound; without rbd_lock_acquire the first write
+ * takes the lock, as librbd does by itself.
  * Plain C on purpose: the test fakes are generated from this list too. */
 #ifndef AGENTUTIL_CEPH_LIBRBD_AIO_SYMBOLS_H
 #define AGENTUTIL_CEPH_LIBRBD_AIO_SYMBOLS_H
@@ -18,6 +20,7 @@
   X(rbd_aio_discard, OPTIONAL)            \
   X(rbd_aio_write_zeroes, OPTIONAL)      \
   X(rbd_config_image_list, OPTIONAL)     \
-  X(rbd_config_image_list_cleanup, OPTIONAL)
+  X(rbd_config_image_list_cleanup, OPTIONAL) \
+  X(rbd_lock_acquire, OPTIONAL)
 
 #endif

@@ -249,6 +249,15 @@ bool flush(const Ceph_Context& ctx) {
   return rbd_flush(image_of(ctx)) == 0;
 }
 
+int lock_exclusive(const Ceph_Context& ctx) {
+  if (!ctx.img_ctx_) return -EBADF;
+  uint64_t features = 0;
+  if (rbd_lock_acquire == nullptr || (rbd_get_features(image_of(ctx), &features) == 0 &&
+                                      (features & RBD_FEATURE_EXCLUSIVE_LOCK) == 0))
+    return 0;
+  return rbd_lock_acquire(image_of(ctx), RBD_LOCK_MODE_EXCLUSIVE);
+}
+
 // ---- Image properties ----
 
 bool stat(const Ceph_Context& ctx, Snapshot_Stat& out) {

@@ -56,6 +56,13 @@ int write(const Ceph_Context& ctx, uint64_t offset, uint64_t length, const char*
 // The byte count or the first negative errno.
 int64_t zero_range(const Ceph_Context& ctx, uint64_t offset, uint64_t length, int op_flags);
 bool flush(const Ceph_Context& ctx);
+// Takes the image's exclusive lock now and holds it until the image closes, where librbd
+// would take it at the first write. 0 when held or when there is none to take (no
+// exclusive-lock feature, or a librbd without rbd_lock_acquire); else librbd's negative
+// errno, -EROFS at once when another client holds the lock explicitly. One that took it by
+// writing hands it over; a dead one's is broken once the OSD drops its watch (its
+// osd_client_watch_timeout, 30 s by default), which this call waits for.
+int lock_exclusive(const Ceph_Context& ctx);
 // True when librbd copies the bytes of a write before the call returns (the image's
 // rbd_disable_zero_copy_writes, true by default), so the caller may reuse its buffer at
 // once even for an asynchronous write. False when it does not or cannot be told.
