@@ -11,7 +11,7 @@
 namespace {
 
 constexpr size_t MAX_XML_REPLY = 16u << 20;
-constexpr long BODY_BUFFER_SIZE = 512L << 10;
+constexpr long UPLOAD_BUFFER_SIZE = 512L << 10;
 
 // Each path segment escaped on its own; the slashes stay.
 std::string escape_path(const std::string& key) {
@@ -44,8 +44,13 @@ struct S3_Attempt::State {
   const S3_Client::Request& rq;
   S3_Client::Reply& reply;
   std::string what;
+  CURL* curl = nullptr;
+  std::string range;  // asked for on this try
+  std::string content_range;
+  long status = 0;  // of this try, once its body starts
   size_t got = 0;
-  bool overflow = false;
+  size_t streamed = 0;  // to the sink, on this try
+  const char* broke = nullptr;  // why the body was cut off
   size_t sent = 0;
   char errbuf[CURL_ERROR_SIZE] = {};
   std::string url;
@@ -55,15 +60,32 @@ struct S3_Attempt::State {
   static size_t on_body(char* p, size_t size, size_t n, void* self) {
     auto* x = static_cast<State*>(self);
     const size_t len = size * n;
-    if (x->rq.into) {
-      if (x->got + len > x->rq.into_len) return x->overflow = true, 0;
+    if (x->rq.sink && x->status_now() / 100 == 2) {
+      // A sink's bytes go out as they come: they must be exactly the ones asked for.
+      if (x->streamed == 0 && !x->exact_range()) return x->broke = "the range was not honoured", 0;
+      switch (x->rq.sink->take(p, len)) {
+        case S3_Body_Sink::TAKEN: x->streamed += len; break;
+        case S3_Body_Sink::NO_ROOM: return CURL_WRITEFUNC_PAUSE;
+        case S3_Body_Sink::REFUSED: return x->broke = "reply larger than expected", 0;
+      }
+    } else if (x->rq.into) {
+      if (x->got + len > x->rq.into_len) return x->broke = "reply larger than expected", 0;
       std::copy(p, p + len, x->rq.into + x->got);
     } else {
-      if (x->reply.body.size() + len > MAX_XML_REPLY) return x->overflow = true, 0;
+      if (x->reply.body.size() + len > MAX_XML_REPLY) return x->broke = "reply larger than expected", 0;
       x->reply.body.append(p, len);
     }
     x->got += len;
     return len;
+  }
+  long status_now() {
+    if (status == 0) curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
+    return status;
+  }
+  bool exact_range() const {
+    if (status != 206) return range.compare(0, 8, "bytes=0-") == 0;
+    const std::string want = "bytes " + range.substr(6) + "/";
+    return content_range.compare(0, want.size(), want) == 0;
   }
   static size_t on_header(char* p, size_t size, size_t n, void* self) {
     auto* x = static_cast<State*>(self);
@@ -73,6 +95,9 @@ struct S3_Attempt::State {
       v.erase(0, v.find_first_not_of(" \t"));
       v.erase(v.find_last_not_of(" \t\r\n") + 1);
       x->reply.etag = v;
+    } else if (len > 14 && ::strncasecmp(p, "content-range:", 14) == 0) {
+      x->content_range.assign(p + 14, len - 14);
+      x->content_range.erase(0, x->content_range.find_first_not_of(" \t"));
     }
     return len;
   }
@@ -107,8 +132,12 @@ void S3_Attempt::prepare(CURL* curl) {
   State& x = *s_;
   const S3_Endpoint& e = x.endpoint;
   x.reply = S3_Client::Reply();
-  x.got = x.sent = 0;
-  x.overflow = false;
+  x.got = x.sent = x.streamed = 0;
+  x.curl = curl;
+  x.status = 0;
+  x.broke = nullptr;
+  x.content_range.clear();
+  x.range = x.rq.sink ? x.rq.sink->range() : x.rq.range;
   x.errbuf[0] = '\0';
   curl_slist_free_all(x.headers);
   curl_easy_reset(curl);
@@ -123,9 +152,10 @@ void S3_Attempt::prepare(CURL* curl) {
   curl_easy_setopt(curl, CURLOPT_USERNAME, e.access_key.c_str());
   curl_easy_setopt(curl, CURLOPT_PASSWORD, e.secret_key.c_str());
   if (!e.ca_file.empty()) curl_easy_setopt(curl, CURLOPT_CAINFO, e.ca_file.c_str());
-  // Bodies of many MiB: fewer, larger callbacks and socket calls than libcurl's defaults.
-  curl_easy_setopt(curl, CURLOPT_BUFFERSIZE, BODY_BUFFER_SIZE);
-  curl_easy_setopt(curl, CURLOPT_UPLOAD_BUFFERSIZE, BODY_BUFFER_SIZE);
+  // Parts of many MiB go out in fewer, larger socket calls than libcurl's default. Replies
+  // keep its 16 KiB receive buffer: a larger one, no longer hot in cache when its bytes
+  // are copied out, made streaming GETs measurably slower.
+  curl_easy_setopt(curl, CURLOPT_UPLOAD_BUFFERSIZE, UPLOAD_BUFFER_SIZE);
   curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, &State::on_body);
   curl_easy_setopt(curl, CURLOPT_WRITEDATA, &x);
   curl_easy_setopt(curl, CURLOPT_HEADERFUNCTION, &State::on_header);
@@ -133,7 +163,7 @@ void S3_Attempt::prepare(CURL* curl) {
   // libcurl signs no payload hash of its own; the gateway wants the header. (An empty
   // "Expect:" to skip 100-continue would be signed but not sent: the signature fails.)
   x.headers = curl_slist_append(nullptr, "x-amz-content-sha256: UNSIGNED-PAYLOAD");
-  if (!x.rq.range.empty()) x.headers = curl_slist_append(x.headers, ("Range: " + x.rq.range).c_str());
+  if (!x.range.empty()) x.headers = curl_slist_append(x.headers, ("Range: " + x.range).c_str());
   const std::string method = x.rq.method;
   if (method == "HEAD") {
     curl_easy_setopt(curl, CURLOPT_NOBODY, 1L);
@@ -155,6 +185,8 @@ void S3_Attempt::prepare(CURL* curl) {
   curl_easy_setopt(curl, CURLOPT_HTTPHEADER, x.headers);
 }
 
+size_t S3_Attempt::streamed_bytes() const { return s_->streamed; }
+
 bool S3_Attempt::judge(CURL* curl, int curl_code, std::string& error, bool& retryable) {
   State& x = *s_;
   // Nothing on the handle may point into this attempt once it is gone.
@@ -164,8 +196,7 @@ bool S3_Attempt::judge(CURL* curl, int curl_code, std::string& error, bool& retr
   retryable = false;
   if (rc != CURLE_OK) {
     retryable = curl_error_is_transient(rc);
-    error = x.what + ": " +
-            (x.overflow ? "reply larger than expected" : (x.errbuf[0] ? x.errbuf : curl_easy_strerror(rc)));
+    error = x.what + ": " + (x.broke ? x.broke : (x.errbuf[0] ? x.errbuf : curl_easy_strerror(rc)));
     return false;
   }
   curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &x.reply.status);

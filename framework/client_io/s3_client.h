@@ -39,6 +39,18 @@ struct S3_Endpoint {
 bool make_s3_endpoint(const std::string& url, const Client_IO_Base::Options& options,
                       S3_Endpoint& out, std::string& error);
 
+// Where a streaming GET's body goes as it arrives, instead of into a buffer.
+class S3_Body_Sink {
+ public:
+  enum Taken { TAKEN, NO_ROOM, REFUSED };
+  virtual ~S3_Body_Sink() = default;
+  // "bytes=a-b" to ask for on each try: a retry resumes after the bytes already taken.
+  virtual std::string range() const = 0;
+  // The next bytes of the body, all or none. NO_ROOM pauses the transfer until
+  // S3_Transfers::resume(), which offers the same bytes again; REFUSED fails it.
+  virtual Taken take(const char* p, size_t len) = 0;
+};
+
 class S3_Client {
  public:
   struct Reply {
@@ -62,6 +74,9 @@ class S3_Client {
     size_t upload_len = 0;
     char* into = nullptr;  // where the reply body goes instead of Reply::body
     size_t into_len = 0;
+    // Instead of `range` and `into`, on S3_Transfers only. Only a 206 answering exactly
+    // its range (or a 200 to one from 0) reaches it.
+    S3_Body_Sink* sink = nullptr;
   };
 
   // One signed request with its retries. True for a 2xx answer without an S3 error
@@ -116,6 +131,8 @@ class S3_Attempt {
   // True for a 2xx answer without an S3 error document in it; otherwise `error`, and
   // whether another attempt may fare better (transport errors and 5xx answers).
   bool judge(CURL* curl, int curl_code, std::string& error, bool& retryable);
+  // Bytes of the current try that reached the request's sink.
+  size_t streamed_bytes() const;
 
  private:
   struct State;

@@ -1,9 +1,12 @@
 #include "framework/client_io/s3_client.h"
+#include "framework/client_io/s3_pool_store.h"
 #include "framework/client_io/s3_transfers.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <random>
 
 #include "tests/support/http_test_server.h"
 
@@ -140,5 +143,78 @@ TEST(S3_Client_TLS, s3s_verifies_the_gateway_certificate) {
     if (!with_ca) {
       EXPECT_NE(error.find("certificate"), std::string::npos) << error;
     }
+  }
+}
+
+// A sequential read streams one GET; a server that breaks it off mid-way must see it
+// resumed from the bytes already had (or, with no retries left, the read fail and the
+// next one ask again), and reads elsewhere in between must still get their own bytes.
+TEST(S3_Pool_Reads, broken_streams_resume_or_fail_and_never_hand_back_wrong_bytes) {
+  const size_t MiB = 1 << 20;
+  std::string object(13 * MiB + 4321, '\0');
+  for (size_t i = 0; i < object.size(); ++i) object[i] = static_cast<char>((i * 2654435761u) >> 13);
+  std::atomic<int> streams_seen{0};
+  au_test::HTTP_Test_Server server;
+  server.on("GET", "/b", [](const httplib::Request&, httplib::Response&) {});
+  const std::string to_end = "-" + std::to_string(object.size() - 1);
+  const auto streams = [&](const std::string& range) {
+    return range.size() > to_end.size() && range.compare(range.size() - to_end.size(), to_end.size(), to_end) == 0;
+  };
+  server.on("GET", "/b/obj", [&](const httplib::Request& req, httplib::Response& res) {
+    const std::string range = req.get_header_value("Range");
+    // The first and third stream GETs break off after 2 MiB: the connection is dropped.
+    const int n = streams(range) ? ++streams_seen : 0;
+    const size_t cut = n == 1 || n == 3 ? std::stoull(range.substr(6)) + 2 * MiB : SIZE_MAX;
+    res.set_content_provider(object.size(), "application/octet-stream",
+                             [&, cut](size_t offset, size_t left, httplib::DataSink& sink) {
+      if (offset >= cut) return false;
+      return sink.write(object.data() + offset, std::min<size_t>(64 << 10, left));
+    });
+  });
+  ASSERT_TRUE(server.start());
+  for (unsigned retries : {3u, 0u}) {
+    Client_IO_Base::Options o;
+    o.access_key = "AKIDTEST";
+    o.secret_key = "s3cr3t";
+    o.retry_count = retries;
+    o.retry_backoff_ms = 1;
+    std::string error;
+    auto store = S3_Pool_Store::connect("s3://127.0.0.1:" + std::to_string(server.port()) + "/b", o, error);
+    ASSERT_TRUE(store) << error;
+    auto reader = store->open_read("obj", error);
+    ASSERT_TRUE(reader) << error;
+    server.clear_requests();
+    streams_seen = 0;
+    std::string back(object.size(), '\0');
+    std::mt19937 rng(retries);
+    size_t failures = 0;
+    for (size_t at = 0; at < object.size();) {
+      const ssize_t n = reader->pread(&back[at], MiB + 17, at, error);
+      if (n < 0) {
+        ++failures;
+        EXPECT_NE(error.find("S3 GET b/obj"), std::string::npos) << error;
+        continue;  // the same read again
+      }
+      ASSERT_GT(n, 0);
+      at += static_cast<size_t>(n);
+      if (at > 6 * MiB && at < 8 * MiB) {  // reads elsewhere, then on where the stream was
+        for (int i = 0; i < 5; ++i) {
+          const size_t from = rng() % (object.size() - 3 * MiB), len = 1 + rng() % (2 * MiB);
+          std::string part(len, '\0');
+          const ssize_t got = reader->pread(&part[0], len, from, error);
+          ASSERT_EQ(got, static_cast<ssize_t>(len)) << error;
+          EXPECT_TRUE(part == object.substr(from, len)) << from;
+        }
+      }
+    }
+    EXPECT_TRUE(back == object) << "retries " << retries;
+    EXPECT_EQ(failures, retries ? 0u : 2u);
+    std::vector<uint64_t> starts;  // of stream GETs: a break resumes, never restarts
+    for (const auto& r : server.requests()) {
+      if (r.method == "GET" && streams(r.header("Range"))) starts.push_back(std::stoull(r.header("Range").substr(6)));
+    }
+    ASSERT_EQ(starts.size(), 4u) << "retries " << retries;
+    EXPECT_TRUE(std::is_sorted(starts.begin(), starts.end()));
+    EXPECT_EQ(std::count(starts.begin(), starts.end(), 0u), 1);
   }
 }

@@ -10,99 +10,115 @@ namespace {
 
 constexpr size_t PARTS_IN_FLIGHT = 4;
 
-// Sequential reads (each starting where the last one ended) are served from 8 MiB
-// chunks fetched ahead by concurrent ranged GETs, so a restore streams like one long
-// GET; other reads fetch exactly their range.
-class S3_Reader : public Pool_Object_Reader {
+// Sequential reads (each starting where the last one ended) come from one streaming GET
+// from there to the object's end, as curl itself reads: while a read waits, the bytes go
+// straight into its buffer, and what a socket read brings beyond it into a ring; the
+// transfer pauses while neither has room. Other reads are ranged GETs of exactly their
+// bytes. A stream that fails for good fails the read; the next read asks again by range.
+class S3_Reader : public Pool_Object_Reader, private S3_Body_Sink {
  public:
   S3_Reader(const S3_Endpoint& endpoint, std::string key, int64_t size)
-      : transfers_(endpoint), key_(std::move(key)), size_(size) {}
-  ~S3_Reader() override { drop(chunks_.begin(), chunks_.end()); }
-  int64_t size() const override { return size_; }
+      : transfers_(endpoint), key_(std::move(key)), size_(static_cast<uint64_t>(size)) {}
+  ~S3_Reader() override { stop(); }
+  int64_t size() const override { return static_cast<int64_t>(size_); }
 
   ssize_t pread(void* buf, size_t len, uint64_t offset, std::string& error) override {
-    const uint64_t size = static_cast<uint64_t>(size_);
-    if (offset >= size || len == 0) return 0;
-    len = static_cast<size_t>(std::min<uint64_t>(len, size - offset));
-    const bool sequential = offset == next_;
-    next_ = offset + len;
-    if (!sequential) {
-      drop(chunks_.begin(), chunks_.end());
-      return get(S3_Client::range_request(key_, offset, buf, len), len, error) ? static_cast<ssize_t>(len) : -1;
+    if (offset >= size_ || len == 0) return 0;
+    len = static_cast<size_t>(std::min<uint64_t>(len, size_ - offset));
+    // A large read from the start opens a stream too: whole-piece readers begin so.
+    if (offset != next_ && !(offset == 0 && len >= STREAM_FROM_START)) {
+      stop();
+      next_ = offset + len;
+      const S3_Client::Request rq = S3_Client::range_request(key_, offset, buf, len);
+      S3_Client::Reply reply;
+      const bool ok = transfers_.wait(transfers_.start(rq), reply, error) &&
+                      S3_Client::range_reply_ok(rq, len, reply, error);
+      return ok ? static_cast<ssize_t>(len) : -1;
     }
-    for (size_t done = 0; done < len;) {
-      const uint64_t at = offset + done, index = at / CHUNK;
-      const Chunk& c = chunk(index);
-      if (!c.error.empty()) {
-        error = c.error;
-        chunks_.erase(index);  // the next read asks again
+    if (offset != next_) stop();
+    char* out = static_cast<char*>(buf);
+    const size_t held = std::min(len, ring_end_ - ring_at_);
+    std::memcpy(out, &ring_[ring_at_], held);
+    ring_at_ += held;
+    if (held < len) {
+      if (!stream_) {
+        S3_Client::Request rq;
+        rq.key = key_;
+        rq.sink = this;
+        stream_from_ = offset + held;
+        taken_ = 0;
+        stream_ = transfers_.start(rq);
+      }
+      target_ = out + held;
+      wanted_ = len - held;
+      if (paused_) {
+        paused_ = false;  // resume() may hand the held bytes over at once
+        transfers_.resume(stream_);
+      }
+      for (transfers_.pump(); wanted_ > 0 && !transfers_.over(stream_);) transfers_.poll();
+      target_ = nullptr;
+      if (wanted_ > 0) {
+        S3_Client::Reply reply;
+        if (transfers_.wait(stream_, reply, error)) error = "S3 GET " + key_ + ": short range reply";
+        stream_ = 0;
+        next_ = offset;  // asked again from there
         return -1;
       }
-      const size_t n = std::min<size_t>(len - done, c.data.size() - (at - index * CHUNK));
-      std::memcpy(static_cast<char*>(buf) + done, c.data.data() + (at - index * CHUNK), n);
-      done += n;
     }
-    drop(chunks_.begin(), chunks_.lower_bound(next_ / CHUNK));
-    for (uint64_t i = next_ / CHUNK; i <= next_ / CHUNK + AHEAD; ++i) fetch(i);
-    transfers_.pump();
+    next_ = offset + len;
     return static_cast<ssize_t>(len);
   }
 
  private:
-  static constexpr uint64_t CHUNK = 8u << 20;
-  static constexpr uint64_t AHEAD = 3;
-  struct Chunk {
-    std::string data;
-    std::string error;
-    S3_Transfers::Id id = 0;  // while its GET runs
-  };
-  using Chunks = std::map<uint64_t, Chunk>;
+  static constexpr size_t RING = 1u << 20;  // beyond one libcurl write (16 KiB) it only grows for a larger one
+  static constexpr size_t STREAM_FROM_START = 1u << 20;
 
-  bool get(const S3_Client::Request& rq, size_t len, std::string& error) {
-    S3_Client::Reply reply;
-    return transfers_.wait(transfers_.start(rq), reply, error) &&
-           S3_Client::range_reply_ok(rq, len, reply, error);
+  std::string range() const override {
+    return "bytes=" + std::to_string(stream_from_ + taken_) + "-" + std::to_string(size_ - 1);
   }
 
-  void fetch(uint64_t index) {
-    const uint64_t from = index * CHUNK;
-    if (from >= static_cast<uint64_t>(size_) || chunks_.count(index)) return;
-    Chunk& c = chunks_[index];
-    if (!spare_.empty()) {  // pages already touched: no zero-fill, no page faults
-      c.data.swap(spare_.back());
-      spare_.pop_back();
+  Taken take(const char* p, size_t len) override {
+    if (taken_ + len > size_ - stream_from_) return REFUSED;
+    const size_t direct = std::min(len, wanted_), rest = len - direct;
+    const size_t held = ring_end_ - ring_at_;
+    // An empty ring takes any write, so that a waiting read always moves on.
+    if (rest > 0 && held > 0 && rest > ring_.size() - held) return paused_ = true, NO_ROOM;
+    if (direct > 0) std::memcpy(target_, p, direct);
+    target_ += direct;
+    wanted_ -= direct;
+    if (rest > 0) {
+      if (ring_.size() < std::max(RING, rest)) ring_.resize(std::max(RING, rest));
+      if (ring_at_ == ring_end_) ring_at_ = ring_end_ = 0;
+      if (ring_end_ + rest > ring_.size()) {
+        std::memmove(&ring_[0], &ring_[ring_at_], ring_end_ - ring_at_);
+        ring_end_ -= ring_at_;
+        ring_at_ = 0;
+      }
+      std::memcpy(&ring_[ring_end_], p + direct, rest);
+      ring_end_ += rest;
     }
-    c.data.resize(std::min<uint64_t>(CHUNK, size_ - from));
-    c.id = transfers_.start(S3_Client::range_request(key_, from, &c.data[0], c.data.size()));
+    taken_ += len;
+    return TAKEN;
   }
 
-  const Chunk& chunk(uint64_t index) {
-    fetch(index);
-    Chunk& c = chunks_[index];
-    if (c.id == 0) return c;
-    const S3_Client::Request rq = S3_Client::range_request(key_, index * CHUNK, &c.data[0], c.data.size());
-    S3_Client::Reply reply;
-    const bool ok = transfers_.wait(c.id, reply, c.error) &&
-                    S3_Client::range_reply_ok(rq, c.data.size(), reply, c.error);
-    c.id = 0;
-    if (!ok) c.data.clear();
-    return c;
-  }
-
-  void drop(Chunks::iterator from, Chunks::iterator to) {
-    for (auto i = from; i != to; ++i) {
-      if (i->second.id) transfers_.cancel(i->second.id);
-      if (spare_.size() <= AHEAD) spare_.push_back(std::move(i->second.data));
-    }
-    chunks_.erase(from, to);
+  void stop() {
+    if (stream_) transfers_.cancel(stream_);
+    stream_ = 0;
+    paused_ = false;
+    ring_at_ = ring_end_ = 0;
   }
 
   S3_Transfers transfers_;
   std::string key_;
-  int64_t size_;
+  uint64_t size_;
   uint64_t next_ = UINT64_MAX;  // where a sequential read would start (none at first)
-  Chunks chunks_;
-  std::vector<std::string> spare_;  // buffers of chunks already handed out
+  S3_Transfers::Id stream_ = 0;
+  bool paused_ = false;  // until the ring has been drained
+  uint64_t stream_from_ = 0, taken_ = 0;
+  std::string ring_;  // bytes [ring_at_, ring_end_) follow the last read's
+  size_t ring_at_ = 0, ring_end_ = 0;
+  char* target_ = nullptr;  // where the waiting read wants `wanted_` more bytes
+  size_t wanted_ = 0;
 };
 
 class S3_Writer : public Pool_Object_Writer {

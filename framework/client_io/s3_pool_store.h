@@ -4,8 +4,11 @@
 // resume buffer size), otherwise as a multipart upload with up to four parts in flight;
 // S3 makes the object visible only when the upload completes, which close() does. A
 // writer dropped before that aborts its upload, so that no parts are left behind.
-// Reads are ranged GETs. Concurrent requests run on S3_Transfers, moved by the calling
-// thread: no thread is started here.
+// Sequential reads share one streaming GET to the object's end, other reads are ranged
+// GETs of their bytes. Concurrent requests run on S3_Transfers, moved by the calling
+// thread: no thread is started here. Memory per reader: a 1 MiB ring for what a socket
+// read brings beyond the waiting read, and libcurl's 16 KiB buffer; per writer: the
+// part being filled and up to four parts in flight (the part size each).
 #pragma once
 
 #include <memory>

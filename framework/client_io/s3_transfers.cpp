@@ -38,12 +38,16 @@ S3_Transfers::Id S3_Transfers::start(const S3_Client::Request& rq) {
   std::unique_ptr<Transfer> t(new Transfer);
   t->rq = rq;
   t->attempt.reset(new S3_Attempt(endpoint_, t->rq, t->reply));
-  t->backoff = Exponential_Backoff_Iterator(endpoint_.retry_backoff_ms, endpoint_.retry_count, 30000, true);
+  t->backoff = fresh_backoff();
   Transfer& started = *t;
   const Id id = next_id_++;
   transfers_[id] = std::move(t);
   run(started);
   return id;
+}
+
+Exponential_Backoff_Iterator S3_Transfers::fresh_backoff() const {
+  return Exponential_Backoff_Iterator(endpoint_.retry_backoff_ms, endpoint_.retry_count, 30000, true);
 }
 
 void S3_Transfers::run(Transfer& t) {
@@ -88,6 +92,7 @@ void S3_Transfers::collect() {
     t.ok = t.attempt->judge(c, rc, t.error, retryable);
     park(t);
     if (t.ok) t.error.clear();  // the earlier tries' reasons are history
+    if (retryable && t.rq.sink && t.attempt->streamed_bytes() > 0) t.backoff = fresh_backoff();
     if (t.ok || !retryable || t.backoff == Exponential_Backoff_Iterator()) {
       t.over = true;
       continue;
@@ -132,7 +137,7 @@ bool S3_Transfers::wait(Id id, S3_Client::Reply& reply, std::string& error) {
   const auto it = transfers_.find(id);
   if (it == transfers_.end()) return (error = "no such S3 transfer"), false;
   Transfer& t = *it->second;
-  for (pump(); !t.over; pump()) curl_multi_poll(multi_, nullptr, 0, poll_timeout_ms(), nullptr);
+  for (pump(); !t.over;) poll();
   reply = std::move(t.reply);
   error = t.error;
   const bool ok = t.ok;
@@ -145,4 +150,19 @@ void S3_Transfers::cancel(Id id) {
   if (it == transfers_.end()) return;
   park(*it->second);
   transfers_.erase(it);
+}
+
+void S3_Transfers::poll() {
+  curl_multi_poll(multi_, nullptr, 0, poll_timeout_ms(), nullptr);
+  pump();
+}
+
+bool S3_Transfers::over(Id id) const {
+  const auto it = transfers_.find(id);
+  return it == transfers_.end() || it->second->over;
+}
+
+void S3_Transfers::resume(Id id) {
+  const auto it = transfers_.find(id);
+  if (it != transfers_.end() && it->second->curl) curl_easy_pause(it->second->curl, CURLPAUSE_CONT);
 }

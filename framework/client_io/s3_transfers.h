@@ -2,7 +2,8 @@
 // calling thread: transfers progress while it is inside pump() or wait() and otherwise
 // rest in the sockets' buffers, so the library starts no thread of its own. Each request
 // is retried with its own doubling delays on transport errors and 5xx answers only, as
-// S3_Client::request() retries.
+// S3_Client::request() retries; a streaming GET that broke after it brought bytes
+// resumes where it stopped, with fresh delays.
 #pragma once
 
 #include <chrono>
@@ -34,6 +35,13 @@ class S3_Transfers {
   bool wait(Id id, S3_Client::Reply& reply, std::string& error);
   // Moves what can move without blocking.
   void pump();
+  // Waits until a socket is ready or a retry is due (a second at most), then pumps.
+  void poll();
+  // True once `id` has succeeded or failed for good; wait() then returns at once.
+  bool over(Id id) const;
+  // Lets `id` go on after its sink had no room (S3_Body_Sink::NO_ROOM); the held bytes
+  // may reach the sink from inside this call.
+  void resume(Id id);
   // Cuts `id` off, wherever it is.
   void cancel(Id id);
 
@@ -41,6 +49,7 @@ class S3_Transfers {
   struct Transfer;
   using Clock = std::chrono::steady_clock;
 
+  Exponential_Backoff_Iterator fresh_backoff() const;
   void run(Transfer& t);
   void collect();
   void launch_due();
