@@ -13,6 +13,11 @@
 // progress then counts completed blocks only, and the first failure stops the piece once
 // the blocks in flight have landed.
 //
+// The image is opened with librbd's cache off (set on the client, which keeps it), so that
+// a block counts once the OSDs have it, and its exclusive lock is taken at open and held
+// until close: a client that took the lock by writing hands it over, one that holds it
+// explicitly (another restore) refuses the open.
+//
 // Ownership: the caller owns the writer; the factory is borrowed and must outlive it.
 // Threads: one restore stream on one thread; the factory may be shared (it is
 // thread-safe). Failure: one log line and false; blocks written before a failure stay
