@@ -114,15 +114,17 @@ TEST(HTTP_Session_Factory, refusals_give_no_session_and_one_line) {
 
 TEST(HTTP_Session_Factory, connect_attempts_ride_out_a_server_that_comes_up_late) {
   // Nothing listens at first; the server appears once a first attempt has been refused.
-  const unsigned short port = au_test::unused_local_port();
+  au_test::Reserved_Port reserved;
+  const unsigned short port = reserved.port();
   HTTP_Session_Ptr patient =
       HTTP_Session_Factory::create("127.0.0.1", port, false, nullptr, 30, nullptr, false, 5, 5, 5, 0);
   HTTP_Response resp;
   HTTP_Transport_Error error;
   httplib::Server late;
   late.Get("/", [](const httplib::Request&, httplib::Response& res) { res.set_content("up", "text/plain"); });
-  std::thread starter([&late, port] {
+  std::thread starter([&late, &reserved, port] {
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    reserved.release();
     late.listen("127.0.0.1", port);
   });
   const bool sent =

@@ -89,11 +89,16 @@ Stalling_Listener::~Stalling_Listener() {
   if (fd_ >= 0) ::close(fd_);
 }
 
+Reserved_Port::Reserved_Port() { fd_ = bind_loopback(port_); }
+
+void Reserved_Port::release() {
+  if (fd_ >= 0) ::close(fd_);
+  fd_ = -1;
+}
+
 unsigned short unused_local_port() {
   unsigned short port = 0;
-  const int fd = bind_loopback(port);
-  if (fd < 0) return 0;
-  ::close(fd);
+  if (bind_loopback(port) < 0) return 0;  // the descriptor is held on purpose
   return port;
 }
 

@@ -86,7 +86,25 @@ class Stalling_Listener {
   unsigned short port_ = 0;
 };
 
-// A port on 127.0.0.1 where nothing listens (bound once, then released).
+// A port on 127.0.0.1 bound and held, never listening, until release() or the end of the
+// object: connections to it are refused and nobody else can take it meanwhile.
+class Reserved_Port {
+ public:
+  Reserved_Port();
+  ~Reserved_Port() { release(); }
+  Reserved_Port(const Reserved_Port&) = delete;
+  Reserved_Port& operator=(const Reserved_Port&) = delete;
+  unsigned short port() const { return port_; }
+  void release();
+
+ private:
+  int fd_ = -1;
+  unsigned short port_ = 0;
+};
+
+// A port on 127.0.0.1 where nothing listens: bound and held, never listening, until the
+// process ends, so that connections are refused and no sandbox daemon started meanwhile
+// can take it.
 unsigned short unused_local_port();
 
 }  // namespace au_test
