@@ -138,9 +138,8 @@ void s3_comparisons(const std::string& dir, const std::string& piece_file) {
   const auto curl_upload = [&] {
     return shell(curl + "-T " + piece_file + " http://" + host + "/piece-bench/curl-piece");
   };
-  // A fresh sandbox's first uploads are slow (the gateway creates its multipart pool,
-  // the OSD grows its memory): measured 3.3 s against 1.4 s after. One untimed upload
-  // each, so that this cost falls on neither side.
+  // A fresh sandbox's first uploads are slow (a first curl PUT took 3.3 s, the next ones
+  // 1.3-1.4 s). One untimed upload each, so that this cost falls on neither side.
   if (!upload() || !curl_upload()) {
     std::fprintf(stderr, "bench_piece: the warm-up uploads failed\n");
     std::exit(1);
