@@ -6,6 +6,13 @@
 
 #include "framework/http/curl_global.h"
 
+namespace {
+// A broken stream's retries start afresh only after a try that brought this much: a
+// server that breaks every few bytes then runs out of retries instead of being asked
+// again for every few bytes of the object.
+constexpr size_t PROGRESS_THAT_RENEWS_RETRIES = 1u << 20;
+}  // namespace
+
 struct S3_Transfers::Transfer {
   S3_Client::Request rq;
   S3_Client::Reply reply;
@@ -92,7 +99,8 @@ void S3_Transfers::collect() {
     t.ok = t.attempt->judge(c, rc, t.error, retryable);
     park(t);
     if (t.ok) t.error.clear();  // the earlier tries' reasons are history
-    if (retryable && t.rq.sink && t.attempt->streamed_bytes() > 0) t.backoff = fresh_backoff();
+    if (retryable && t.rq.sink && t.attempt->streamed_bytes() >= PROGRESS_THAT_RENEWS_RETRIES)
+      t.backoff = fresh_backoff();
     if (t.ok || !retryable || t.backoff == Exponential_Backoff_Iterator()) {
       t.over = true;
       continue;

@@ -2,8 +2,8 @@
 // calling thread: transfers progress while it is inside pump() or wait() and otherwise
 // rest in the sockets' buffers, so the library starts no thread of its own. Each request
 // is retried with its own doubling delays on transport errors and 5xx answers only, as
-// S3_Client::request() retries; a streaming GET that broke after it brought bytes
-// resumes where it stopped, with fresh delays.
+// S3_Client::request() retries; a streaming GET always resumes where it stopped, and
+// with fresh delays when the broken try brought 1 MiB or more.
 #pragma once
 
 #include <chrono>
