@@ -26,47 +26,10 @@ class S3_Reader : public Pool_Object_Reader, private S3_Body_Sink {
     if (offset >= size_ || len == 0) return 0;
     len = static_cast<size_t>(std::min<uint64_t>(len, size_ - offset));
     // A large read from the start opens a stream too: whole-piece readers begin so.
-    if (offset != next_ && !(offset == 0 && len >= STREAM_FROM_START)) {
-      stop();
-      next_ = offset + len;
-      const S3_Client::Request rq = S3_Client::range_request(key_, offset, buf, len);
-      S3_Client::Reply reply;
-      const bool ok = transfers_.wait(transfers_.start(rq), reply, error) &&
-                      S3_Client::range_reply_ok(rq, len, reply, error);
-      return ok ? static_cast<ssize_t>(len) : -1;
-    }
-    if (offset != next_) stop();
-    char* out = static_cast<char*>(buf);
-    const size_t held = std::min(len, ring_end_ - ring_at_);
-    std::memcpy(out, &ring_[ring_at_], held);
-    ring_at_ += held;
-    if (held < len) {
-      if (!stream_) {
-        S3_Client::Request rq;
-        rq.key = key_;
-        rq.sink = this;
-        stream_from_ = offset + held;
-        taken_ = 0;
-        stream_ = transfers_.start(rq);
-      }
-      target_ = out + held;
-      wanted_ = len - held;
-      if (paused_) {
-        paused_ = false;  // resume() may hand the held bytes over at once
-        transfers_.resume(stream_);
-      }
-      for (transfers_.pump(); wanted_ > 0 && !transfers_.over(stream_);) transfers_.poll();
-      target_ = nullptr;
-      if (wanted_ > 0) {
-        S3_Client::Reply reply;
-        if (transfers_.wait(stream_, reply, error)) error = "S3 GET " + key_ + ": short range reply";
-        stream_ = 0;
-        next_ = offset;  // asked again from there
-        return -1;
-      }
-    }
-    next_ = offset + len;
-    return static_cast<ssize_t>(len);
+    const bool streams = offset == next_ || (offset == 0 && len >= STREAM_FROM_START);
+    const bool ok = streams ? streamed_read(static_cast<char*>(buf), len, offset, error)
+                            : ranged_read(buf, len, offset, error);
+    return ok ? static_cast<ssize_t>(len) : -1;
   }
 
  private:
@@ -86,19 +49,22 @@ class S3_Reader : public Pool_Object_Reader, private S3_Body_Sink {
     if (direct > 0) std::memcpy(target_, p, direct);
     target_ += direct;
     wanted_ -= direct;
-    if (rest > 0) {
-      if (ring_.size() < std::max(RING, rest)) ring_.resize(std::max(RING, rest));
-      if (ring_at_ == ring_end_) ring_at_ = ring_end_ = 0;
-      if (ring_end_ + rest > ring_.size()) {
-        std::memmove(&ring_[0], &ring_[ring_at_], ring_end_ - ring_at_);
-        ring_end_ -= ring_at_;
-        ring_at_ = 0;
-      }
-      std::memcpy(&ring_[ring_end_], p + direct, rest);
-      ring_end_ += rest;
-    }
+    if (rest > 0) hold(p + direct, rest);
     taken_ += len;
     return TAKEN;
+  }
+
+  // Appends to the ring, its held bytes moved to its front when the end has no room.
+  void hold(const char* p, size_t n) {
+    if (ring_.size() < std::max(RING, n)) ring_.resize(std::max(RING, n));
+    if (ring_at_ == ring_end_) ring_at_ = ring_end_ = 0;
+    if (ring_end_ + n > ring_.size()) {
+      std::memmove(&ring_[0], &ring_[ring_at_], ring_end_ - ring_at_);
+      ring_end_ -= ring_at_;
+      ring_at_ = 0;
+    }
+    std::memcpy(&ring_[ring_end_], p, n);
+    ring_end_ += n;
   }
 
   void stop() {
@@ -106,6 +72,49 @@ class S3_Reader : public Pool_Object_Reader, private S3_Body_Sink {
     stream_ = 0;
     paused_ = false;
     ring_at_ = ring_end_ = 0;
+  }
+
+  bool ranged_read(void* buf, size_t len, uint64_t offset, std::string& error) {
+    stop();
+    next_ = offset + len;
+    const S3_Client::Request rq = S3_Client::range_request(key_, offset, buf, len);
+    S3_Client::Reply reply;
+    return transfers_.wait(transfers_.start(rq), reply, error) &&
+           S3_Client::range_reply_ok(rq, len, reply, error);
+  }
+
+  // The ring's bytes first, then the stream's (started here when none runs).
+  bool streamed_read(char* out, size_t len, uint64_t offset, std::string& error) {
+    if (offset != next_) stop();
+    const size_t held = std::min(len, ring_end_ - ring_at_);
+    std::memcpy(out, &ring_[ring_at_], held);
+    ring_at_ += held;
+    next_ = offset + len;
+    if (held == len) return true;
+    if (!stream_) start_stream(offset + held);
+    target_ = out + held;
+    wanted_ = len - held;
+    if (paused_) {
+      paused_ = false;  // resume() may hand the held bytes over at once
+      transfers_.resume(stream_);
+    }
+    for (transfers_.pump(); wanted_ > 0 && !transfers_.over(stream_);) transfers_.poll();
+    target_ = nullptr;
+    if (wanted_ == 0) return true;
+    S3_Client::Reply reply;
+    if (transfers_.wait(stream_, reply, error)) error = "S3 GET " + key_ + ": short range reply";
+    stream_ = 0;
+    next_ = offset;  // asked again from there
+    return false;
+  }
+
+  void start_stream(uint64_t from) {
+    S3_Client::Request rq;
+    rq.key = key_;
+    rq.sink = this;
+    stream_from_ = from;
+    taken_ = 0;
+    stream_ = transfers_.start(rq);
   }
 
   S3_Transfers transfers_;
