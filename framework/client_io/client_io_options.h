@@ -31,7 +31,8 @@ struct AGENTUTIL_API Client_IO_Base::Options {
   uint32_t retry_count = 3;         // further attempts after a retryable failure
   uint32_t retry_backoff_ms = 200;  // first delay; doubles per attempt
   // Bytes a writer keeps to resend after a broken transfer; an S3 pool's part size.
-  uint64_t resume_buffer_size = 8u << 20;
+  // 16 MiB: the gateway spends about a tenth more CPU on an upload in 8 MiB parts.
+  uint64_t resume_buffer_size = 16u << 20;
 
   Encryption_Algorithm cipher = ENCR_NONE;
   std::string key;  // 64 hex digits (AES-256)

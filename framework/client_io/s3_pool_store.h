@@ -1,14 +1,14 @@
 // A pool in an S3 bucket (s3://host:port/bucket[/prefix], s3s:// for HTTPS).
 //
 // A piece is one object. It is uploaded in one PUT when it fits one part (the options'
-// resume buffer size), otherwise as a multipart upload with up to four parts in flight;
+// resume buffer size), otherwise as a multipart upload with up to three parts in flight;
 // S3 makes the object visible only when the upload completes, which close() does. A
 // writer dropped before that aborts its upload, so that no parts are left behind.
 // Sequential reads share one streaming GET to the object's end, other reads are ranged
 // GETs of their bytes. Concurrent requests run on S3_Transfers, moved by the calling
 // thread: no thread is started here. Memory per reader: a 1 MiB ring for what a socket
 // read brings beyond the waiting read, and libcurl's 16 KiB buffer; per writer: the
-// part being filled and up to four parts in flight (the part size each).
+// part being filled and up to three parts in flight (the part size each: 64 MiB by default).
 #pragma once
 
 #include <memory>
