@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "bench/common/busy_image.h"
+#include "bench/common/quiet_cluster.h"
 #include "bench/common/run_command.h"
 #include "bench/common/timing.h"
 #include "framework/client_io/client_io_ex.h"
@@ -67,9 +68,11 @@ struct Bench {
   bool rbd(const std::vector<std::string>& args) { return cephbench::run_rbd(conf, args, nullptr); }
 
   // One run's milliseconds, or -1 when it failed; `before` runs off the clock, and the
-  // target image is removed afterwards.
+  // target image is removed afterwards. The clock starts once the cluster is quiet again:
+  // the OSD goes on working for a while after an image is removed or written.
   double timed(const std::function<bool()>& before, const std::function<bool()>& f) {
     bool ok = before();
+    cephbench::wait_until_quiet(conf);
     bench::Wall_Clock c;
     ok = ok && f();
     const double ms = c.ms();
