@@ -132,7 +132,6 @@ void s3_comparisons(const std::string& dir, const std::string& piece_file) {
   const auto drop = [&](const char* key) {
     shell(curl + "-X DELETE http://" + host + "/piece-bench/" + key);
     std::this_thread::sleep_for(std::chrono::seconds(12));
-    cephbench::wait_until_quiet(c);
   };
   const auto upload = [&] {
     Client_IO_Ex io;
@@ -150,16 +149,19 @@ void s3_comparisons(const std::string& dir, const std::string& piece_file) {
   }
   drop("piece");
   drop("curl-piece");
-  const auto timed_upload = [&](const std::function<bool()>& f, const char* key) {
+  // One run's milliseconds, or -1 when it failed, started once the gateway and OSD are
+  // quiet; `after` runs off the clock.
+  const auto timed_once = [&](const std::function<bool()>& f, const std::function<void()>& after) {
+    cephbench::wait_until_quiet(c);
     bench::Wall_Clock clock;
     const bool ok = f();
     const double ms = clock.ms();
-    drop(key);
+    if (after) after();
     return ok ? ms : -1.0;
   };
   const bench::Paired_Medians up = bench::alternate(
-      UPLOAD_RUNS, [&] { return timed_upload(upload, "piece"); },
-      [&] { return timed_upload(curl_upload, "curl-piece"); });
+      UPLOAD_RUNS, [&] { return timed_once(upload, [&] { drop("piece"); }); },
+      [&] { return timed_once(curl_upload, [&] { drop("curl-piece"); }); });
   if (!up.ok()) {
     std::fprintf(stderr, "bench_piece: an S3 upload failed\n");
     std::exit(1);
@@ -183,14 +185,9 @@ void s3_comparisons(const std::string& dir, const std::string& piece_file) {
   const auto curl_download = [&] {
     return shell(curl + "-o /dev/null http://" + host + "/piece-bench/piece");
   };
-  const auto timed_download = [&](const std::function<bool()>& f) {
-    cephbench::wait_until_quiet(c);
-    bench::Wall_Clock clock;
-    return f() ? clock.ms() : -1.0;
-  };
   const bench::Paired_Medians down = bench::alternate(
-      RUNS, [&] { return timed_download(ours_download); },
-      [&] { return timed_download(curl_download); });
+      RUNS, [&] { return timed_once(ours_download, {}); },
+      [&] { return timed_once(curl_download, {}); });
   if (!down.ok() || back != bytes) {  // checked off the clock: curl's side compares nothing
     std::fprintf(stderr, "bench_piece: the S3 download failed or differs from the upload\n");
     std::exit(1);
