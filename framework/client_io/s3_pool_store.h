@@ -8,7 +8,8 @@
 // GETs of their bytes. Concurrent requests run on S3_Transfers, moved by the calling
 // thread: no thread is started here. Memory per reader: a 1 MiB ring for what a socket
 // read brings beyond the waiting read, and libcurl's 16 KiB buffer; per writer: the
-// part being filled and up to three parts in flight (the part size each: 64 MiB by default).
+// part being filled and up to three parts in flight, each of the part size (128 MiB in
+// all by default; a smaller resume buffer size lowers it).
 #pragma once
 
 #include <memory>
