@@ -32,7 +32,7 @@ struct AGENTUTIL_API Client_IO_Base::Options {
   uint32_t retry_backoff_ms = 200;  // first delay; doubles per attempt
   // Bytes a writer keeps to resend after a broken transfer; an S3 pool's part size.
   // 32 MiB: each part costs the Ceph gateway about 7 ms of CPU beyond its bytes, so a
-  // 400 MiB upload in 16 MiB parts cost it a tenth more than one PUT; in 32 MiB parts,
+  // 400 MiB upload in 16 MiB parts cost it 7-10% more than one PUT; in 32 MiB parts,
   // about as much as one PUT.
   uint64_t resume_buffer_size = 32u << 20;
 
