@@ -27,15 +27,20 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <vector>
 
 #include "framework/base/api.h"
 #include "framework/client_io/client_io_base.h"
 #include "framework/client_io/piece_format.h"
+#include "framework/client_io/piece_identity.h"
 
 struct AGENTUTIL_API Piece_Layout {
   uint64_t piece_size = 0;
   piece::Header header;
+  // Version 2: what the piece is and what it builds on. Version 1 pieces name none: only
+  // identity.image_size is set (from the header).
+  piece::Identity identity;
   std::vector<piece::Record> records;
   std::vector<uint64_t> positions;  // piece offset of each record header
 };
@@ -51,4 +56,30 @@ class AGENTUTIL_API Image_Block_Reader {
   // index is not sealed, so with `check_key` false a sealed piece's layout can be read
   // without its key (nothing of its data is).
   static bool read_layout(Client_IO_Base* io, Piece_Layout& layout, bool check_key = true);
+};
+
+// Random access to the records of one piece: the checked layout first (steps 1 and 2,
+// with the key when the connection has one), then any data record by its index, each
+// authenticated, decompressed and checked before a byte of it is handed out. For restores
+// that take only some records of a piece (a chain's older pieces).
+//
+// Borrows the connection (the piece freshly opened for reading) for its lifetime; one
+// thread at a time.
+class AGENTUTIL_API Piece_Record_Reader {
+ public:
+  Piece_Record_Reader();
+  ~Piece_Record_Reader();
+  Piece_Record_Reader(const Piece_Record_Reader&) = delete;
+  Piece_Record_Reader& operator=(const Piece_Record_Reader&) = delete;
+
+  bool open(Client_IO_Base& io);
+  const Piece_Layout& layout() const;
+  // The plain bytes of data record `i` (layout().records[i].length of them), valid until
+  // the next call. False, after one log line, for a zero record or a record that fails
+  // its checks.
+  bool read_record(size_t i, const void*& plain);
+
+ private:
+  class Impl;
+  std::unique_ptr<Impl> impl_;
 };

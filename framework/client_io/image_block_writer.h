@@ -22,6 +22,7 @@
 #include "framework/base/api.h"
 #include "framework/client_io/client_io_options.h"
 #include "framework/client_io/piece_format.h"
+#include "framework/client_io/piece_identity.h"
 #include "framework/client_io/record_cipher.h"
 
 struct XXH3_state_s;
@@ -33,11 +34,17 @@ class AGENTUTIL_API Image_Block_Writer {
   Image_Block_Writer(Client_IO_Base& io, const Client_IO_Base::Options& options);
   ~Image_Block_Writer();
 
+  // A version 2 piece of `identity` (the writer draws its piece id when left zero; the
+  // image size is identity.image_size).
+  bool begin(const piece::Identity& identity, uint32_t block_size);
+  // A version 2 piece that names no source: a full piece of an image of `image_size`.
   bool begin(uint64_t image_size, uint32_t block_size);
   bool append(uint64_t offset, const void* data, size_t length);
   bool append_zeros(uint64_t offset, uint64_t length);
   bool finish();
 
+  // The identity written (piece id drawn), once begin() succeeded.
+  const piece::Identity& identity() const { return identity_; }
   uint64_t records() const { return records_; }
   // Piece bytes written so far.
   uint64_t piece_bytes() const { return position_; }
@@ -58,6 +65,7 @@ class AGENTUTIL_API Image_Block_Writer {
   Client_IO_Base::Options options_;
   State state_ = State::idle;
   piece::Header header_;
+  piece::Identity identity_;
   unsigned char header_bytes_[piece::HEADER_SIZE] = {};
   std::unique_ptr<Record_Cipher> cipher_;
   XXH3_state_s* digest_ = nullptr;  // header and index, for the trailer
