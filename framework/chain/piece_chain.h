@@ -41,6 +41,8 @@ class AGENTUTIL_API Piece_Chain {
 
   bool load_from_newest(const Connect& connect, const std::string& newest);
   bool load_list(const Connect& connect, const std::vector<std::string>& oldest_first);
+  // Links whose layouts are already read, oldest first: checked as load_list checks them.
+  bool assign(std::vector<Chain_Link> oldest_first);
 
   const std::vector<Chain_Link>& links() const { return links_; }
   const Chain_Link& newest() const { return links_.back(); }
