@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <random>
@@ -256,6 +257,7 @@ class Chain_Test : public ::testing::Test {
 TEST_F(Chain_Test, seeded_histories_restore_every_snapshot_by_newest_by_list_and_consolidated) {
   for (unsigned seed : {11u, 12u, 13u, 14u}) {
     SCOPED_TRACE("seed " + std::to_string(seed));
+    std::printf("history seed %u\n", seed);
     const Client_IO_Base::Options o = options(seed % 2 == 0);
     names.clear();
     images.clear();
@@ -347,6 +349,70 @@ TEST_F(Chain_Test, chains_out_of_order_foreign_looped_or_broken_are_refused_befo
     EXPECT_FALSE(restore(chain, o, t));
     EXPECT_EQ(t.bytes, "old");
   }
+}
+
+// A version 1 piece as its writer left it: data, a zero record, and holes between them.
+std::string version_1_piece(const std::string& image) {
+  const struct { uint8_t flags; uint64_t offset, length; } records[] = {
+      {piece::RECORD_DATA, 0, 3000}, {piece::RECORD_ZEROS, 3000, 2000}, {piece::RECORD_DATA, 6000, 3000}};
+  piece::Header h;
+  h.version = piece::VERSION_1;
+  h.block_size = 4096;
+  h.image_size = image.size();
+  unsigned char head[piece::HEADER_SIZE], rec[piece::RECORD_HEADER_SIZE], pos[8], tail[piece::TRAILER_SIZE];
+  piece::encode(h, head);
+  std::string p(reinterpret_cast<char*>(head), sizeof head), index;
+  for (const auto& x : records) {
+    const bool data = x.flags == piece::RECORD_DATA;
+    piece::Record r;
+    r.flags = x.flags;
+    r.offset = x.offset;
+    r.length = x.length;
+    r.stored_length = data ? x.length : 0;
+    r.checksum = data ? piece::xxh3(&image[x.offset], x.length) : 0;
+    piece::encode(r, rec);
+    piece::put64(pos, p.size());
+    index.append(reinterpret_cast<char*>(pos), 8).append(reinterpret_cast<char*>(rec), sizeof rec);
+    p.append(reinterpret_cast<char*>(rec), sizeof rec).append(data ? image.substr(x.offset, x.length) : "");
+  }
+  piece::Trailer t;
+  t.record_count = 3;
+  t.index_position = p.size();
+  t.checksum = piece::xxh3((std::string(p, 0, sizeof head) + index).data(), sizeof head + index.size());
+  piece::encode(t, tail);
+  return p + index + std::string(reinterpret_cast<char*>(tail), sizeof tail);
+}
+
+TEST_F(Chain_Test, a_version_1_piece_restores_and_consolidates_alone_and_is_no_base) {
+  const Client_IO_Base::Options o = options(false);
+  std::string image = std::string(3000, '\7') + std::string(7000, '\0');
+  std::fill(image.begin() + 6000, image.begin() + 9000, '\3');
+  ::mkdir((dir / "old").c_str(), 0700);
+  dir.write_file("old/v1", version_1_piece(image));
+  Piece_Chain chain;
+  ASSERT_TRUE(chain.load_from_newest(connect(o), "old/v1"));
+  Memory_Target t;
+  ASSERT_TRUE(restore(chain, o, t));
+  EXPECT_TRUE(t.bytes == image);
+  Client_IO_Ex out;
+  ASSERT_TRUE(out.connect("file://" + dir.path(), o));
+  ASSERT_TRUE(consolidate_chain(chain, connect(o), out, "old/v2", {}, nullptr));
+  ASSERT_TRUE(chain.load_from_newest(connect(o), "old/v2"));
+  EXPECT_EQ(chain.newest().layout.header.version, piece::VERSION);
+  ASSERT_TRUE(restore(chain, o, t));
+  EXPECT_TRUE(t.bytes == image);
+
+  std::mt19937 g(1);
+  piece::Identity base, written;
+  base.image_size = image.size();
+  base.piece_id[0] = 1;  // an incremental: it names a base piece
+  ASSERT_TRUE(backup(o, "old/on-v1", identity_at(1, image.size(), &base, "old/v1"), image,
+                     std::vector<char>(image.size(), 0), g, &written));
+  au_test::Log_Capture log;
+  EXPECT_FALSE(chain.load_from_newest(connect(o), "old/on-v1"));
+  EXPECT_TRUE(log.has(LM_ERROR, "Invalid chain at piece 'old/on-v1': piece 'old/v1' is of format version 1, which "
+                                "names no source or base: it is restored only on its own\n")) << log.dump();
+  EXPECT_EQ(log.records().size(), 1u);
 }
 
 TEST_F(Chain_Test, sealed_pieces_need_their_key_and_damage_target_faults_and_cancel_fail_with_one_line) {
