@@ -66,9 +66,7 @@ bool Piece_Source::record(size_t r, const unsigned char*& plain) {
   return true;
 }
 
-uint64_t Piece_Source::bytes_read() const {
-  return bytes_read_ + (io_ ? io_->bytes_read() : 0);
-}
+uint64_t Piece_Source::bytes_read() const { return bytes_read_ + (io_ ? io_->bytes_read() : 0); }
 
 void Piece_Source::close() {
   reader_.reset();

@@ -40,7 +40,8 @@ bool same_layout(const Piece_Layout& a, const Piece_Layout& b);
 
 class Progress {
  public:
-  Progress(const Chain_Callbacks& callbacks, uint64_t total) : callbacks_(callbacks), total_(total) {}
+  Progress(const Chain_Callbacks& callbacks, uint64_t total)
+      : callbacks_(callbacks), total_(total) {}
   void add(uint64_t bytes) {
     done_ += bytes;
     if (callbacks_.progress) callbacks_.progress(done_, total_);

@@ -102,8 +102,7 @@ class Restore {
 }  // namespace
 
 bool restore_chain(const Piece_Chain& chain, const Piece_Chain::Connect& connect,
-                   Restore_Target& target, const Chain_Callbacks& callbacks,
-                   Chain_Totals* totals) {
+                   Restore_Target& target, const Chain_Callbacks& callbacks, Chain_Totals* totals) {
   if (chain.links().empty()) {
     ACE_ERROR((LM_ERROR, "Cannot restore to '%s': the chain holds no piece\n",
                printable(target.name()).c_str()));

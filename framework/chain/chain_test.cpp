@@ -18,7 +18,8 @@ namespace {
 const char* const KEY = "00112233445566778899aabbccddeeff8f1e2d3c4b5a69788796a5b4c3d2e1f0";
 const char* const IV = "0a1b2c3d4e5f60718293a4b5";
 
-piece::Identity identity_at(int k, uint64_t size, const piece::Identity* base, std::string base_name) {
+piece::Identity identity_at(int k, uint64_t size, const piece::Identity* base,
+                            std::string base_name) {
   piece::Identity id;
   id.source_kind = "ceph";
   id.cluster = "fsid-1";
@@ -101,8 +102,9 @@ TEST(Chain_Plan, every_byte_comes_from_the_newest_piece_that_holds_it_and_is_not
         size_t link = 0, record = 0;
         for (size_t l = links.size(); l-- > 0 && x < links[l].layout.identity.image_size;) {
           const auto& rs = links[l].layout.records;
-          auto r = std::find_if(rs.begin(), rs.end(),
-                                [&](const piece::Record& r) { return r.offset <= x && x < r.offset + r.length; });
+          auto r = std::find_if(rs.begin(), rs.end(), [&](const piece::Record& r) {
+            return r.offset <= x && x < r.offset + r.length;
+          });
           if (r == rs.end()) continue;
           zeros = r->flags == piece::RECORD_ZEROS;
           link = l;
@@ -113,7 +115,8 @@ TEST(Chain_Plan, every_byte_comes_from_the_newest_piece_that_holds_it_and_is_not
         if (!zeros) {
           ASSERT_EQ(s.link, link) << "seed " << seed << " byte " << x;
           ASSERT_EQ(s.record, record) << "seed " << seed << " byte " << x;
-          ASSERT_EQ(s.record_offset + (x - s.offset) + links[link].layout.records[record].offset, x);
+          ASSERT_EQ(s.record_offset + (x - s.offset) + links[link].layout.records[record].offset,
+                    x);
         }
       }
       at += s.length;
@@ -131,9 +134,11 @@ TEST(Chain_Plan, links_that_do_not_follow_each_other_are_refused_with_one_line) 
     std::string line;
   } cases[] = {
       {[](Chain_Link& a, Chain_Link&) { a.layout.identity.base_piece_id[3] = 1; },
-       "Invalid chain at piece 'p0': the oldest piece must be full, and it builds on snapshot  ('')\n"},
+       "Invalid chain at piece 'p0': the oldest piece must be full, and it builds on snapshot  "
+       "('')\n"},
       {[](Chain_Link&, Chain_Link& b) { b.layout.identity.base_image_size = 501; },
-       "Invalid chain at piece 'p1': its base image size is 501 bytes, and piece 'p0' holds 500 bytes\n"},
+       "Invalid chain at piece 'p1': its base image size is 501 bytes, and piece 'p0' holds 500 "
+       "bytes\n"},
       {[](Chain_Link&, Chain_Link& b) { b.layout.identity.base_piece_id[0] = 9; },
        "Invalid chain at piece 'p1': its base is piece id 09000000000000000000000000000000, and "
        "piece 'p0' has id 01000000000000000000000000000000\n"},
@@ -141,7 +146,8 @@ TEST(Chain_Plan, links_that_do_not_follow_each_other_are_refused_with_one_line) 
        "Invalid chain at piece 'p1': piece 'p0' is of format version 1, which names no source or "
        "base: it is restored only on its own\n"},
       {[](Chain_Link&, Chain_Link& b) { b.layout.identity.cluster = "fsid-2\n"; },
-       "Invalid chain at piece 'p1': it is of ceph image 'rbd/vm-1' (id '10ab', cluster 'fsid-2?'), "
+       "Invalid chain at piece 'p1': it is of ceph image 'rbd/vm-1' (id '10ab', cluster "
+       "'fsid-2?'), "
        "and piece 'p0' of ceph image 'rbd/vm-1' (id '10ab', cluster 'fsid-1')\n"},
   };
   for (const Case& c : cases) {
@@ -194,7 +200,8 @@ class Chain_Test : public ::testing::Test {
       }
       uint64_t end = at + 1;
       while (end < image.size() && dirty[end] && end % 65536 != 0) ++end;
-      const bool zeros = std::all_of(&image[at], &image[at] + (end - at), [](char c) { return c == 0; });
+      const bool zeros =
+          std::all_of(&image[at], &image[at] + (end - at), [](char c) { return c == 0; });
       if (!zeros) {
         ok = w.append(at, &image[at], end - at);
       } else if (at < id.base_image_size || g() % 2 == 0) {
@@ -216,11 +223,13 @@ class Chain_Test : public ::testing::Test {
     for (int k = 0; k < snapshots; ++k) {
       if (k > 0) {
         for (int op = 0, n = 1 + g() % 6; op < n; ++op) {
-          const uint64_t at = g() % image.size(), len = std::min<uint64_t>(1 + g() % 300000, image.size() - at);
+          const uint64_t at = g() % image.size(),
+                         len = std::min<uint64_t>(1 + g() % 300000, image.size() - at);
           switch (g() % 5) {
             case 0:
             case 1:
-              for (uint64_t i = at; i < at + len; ++i) image[i] = static_cast<char>(g() % 3 ? g() : 0);
+              for (uint64_t i = at; i < at + len; ++i)
+                image[i] = static_cast<char>(g() % 3 ? g() : 0);
               std::fill(dirty.begin() + at, dirty.begin() + at + len, 1);
               break;
             case 2:
@@ -238,7 +247,8 @@ class Chain_Test : public ::testing::Test {
         }
       }
       names.push_back("img/p" + std::to_string(k));
-      const piece::Identity id = identity_at(k, image.size(), k ? &prev : nullptr, k ? names[k - 1] : "");
+      const piece::Identity id =
+          identity_at(k, image.size(), k ? &prev : nullptr, k ? names[k - 1] : "");
       ASSERT_TRUE(backup(o, names.back(), id, image, dirty, g, &prev)) << "seed " << seed;
       images.push_back(image);
       std::fill(dirty.begin(), dirty.end(), 0);
@@ -310,7 +320,8 @@ TEST_F(Chain_Test, chains_out_of_order_foreign_looped_or_broken_are_refused_befo
   piece::Identity base, out;
   ASSERT_TRUE(backup(o, "probe", identity_at(0, 4096, nullptr, ""), std::string(4096, '\1'),
                      std::vector<char>(4096, 1), g, &base));
-  auto incremental = [&](const std::string& name, const std::string& base_name, const std::string& image_id) {
+  auto incremental = [&](const std::string& name, const std::string& base_name,
+                         const std::string& image_id) {
     piece::Identity id = identity_at(1, 4096, &base, base_name);
     id.image_id = image_id;
     ASSERT_TRUE(backup(o, name, id, std::string(4096, '\2'), std::vector<char>(4096, 1), g, &out));
@@ -324,14 +335,20 @@ TEST_F(Chain_Test, chains_out_of_order_foreign_looped_or_broken_are_refused_befo
     std::string line;
   } cases[] = {
       {{"img/p0", "img/p2", "img/p1"},
-       "Invalid chain at piece 'img/p2': its base is snapshot 2 ('s2'), and piece 'img/p0' holds snapshot 1 ('s1')\n"},
+       "Invalid chain at piece 'img/p2': its base is snapshot 2 ('s2'), and piece 'img/p0' holds "
+       "snapshot 1 ('s1')\n"},
       {{"img/p0", "img/p2"},
-       "Invalid chain at piece 'img/p2': its base is snapshot 2 ('s2'), and piece 'img/p0' holds snapshot 1 ('s1')\n"},
-      {{"img/p1", "img/p2"}, "Invalid chain at piece 'img/p1': the oldest piece must be full, and it builds on snapshot 1 ('s1')\n"},
+       "Invalid chain at piece 'img/p2': its base is snapshot 2 ('s2'), and piece 'img/p0' holds "
+       "snapshot 1 ('s1')\n"},
+      {{"img/p1", "img/p2"},
+       "Invalid chain at piece 'img/p1': the oldest piece must be full, and it builds on snapshot "
+       "1 ('s1')\n"},
       {{"other"},
-       "Invalid chain at piece 'other': it is of ceph image 'rbd/vm-1' (id '77ff', cluster 'fsid-1'), and piece "
+       "Invalid chain at piece 'other': it is of ceph image 'rbd/vm-1' (id '77ff', cluster "
+       "'fsid-1'), and piece "
        "'probe' of ceph image 'rbd/vm-1' (id '10ab', cluster 'fsid-1')\n"},
-      {{"loop/a"}, "Invalid chain at piece 'loop/b': its base 'loop/a' is already in the chain (a loop)\n"},
+      {{"loop/a"},
+       "Invalid chain at piece 'loop/b': its base 'loop/a' is already in the chain (a loop)\n"},
       {{"orphan"}, "Invalid chain at piece 'orphan': its base 'img/gone' cannot be opened: "},
   };
   for (const Case& c : cases) {
@@ -353,13 +370,18 @@ TEST_F(Chain_Test, chains_out_of_order_foreign_looped_or_broken_are_refused_befo
 
 // A version 1 piece as its writer left it: data, a zero record, and holes between them.
 std::string version_1_piece(const std::string& image) {
-  const struct { uint8_t flags; uint64_t offset, length; } records[] = {
-      {piece::RECORD_DATA, 0, 3000}, {piece::RECORD_ZEROS, 3000, 2000}, {piece::RECORD_DATA, 6000, 3000}};
+  const struct {
+    uint8_t flags;
+    uint64_t offset, length;
+  } records[] = {{piece::RECORD_DATA, 0, 3000},
+                 {piece::RECORD_ZEROS, 3000, 2000},
+                 {piece::RECORD_DATA, 6000, 3000}};
   piece::Header h;
   h.version = piece::VERSION_1;
   h.block_size = 4096;
   h.image_size = image.size();
-  unsigned char head[piece::HEADER_SIZE], rec[piece::RECORD_HEADER_SIZE], pos[8], tail[piece::TRAILER_SIZE];
+  unsigned char head[piece::HEADER_SIZE], rec[piece::RECORD_HEADER_SIZE], pos[8],
+      tail[piece::TRAILER_SIZE];
   piece::encode(h, head);
   std::string p(reinterpret_cast<char*>(head), sizeof head), index;
   for (const auto& x : records) {
@@ -373,12 +395,14 @@ std::string version_1_piece(const std::string& image) {
     piece::encode(r, rec);
     piece::put64(pos, p.size());
     index.append(reinterpret_cast<char*>(pos), 8).append(reinterpret_cast<char*>(rec), sizeof rec);
-    p.append(reinterpret_cast<char*>(rec), sizeof rec).append(data ? image.substr(x.offset, x.length) : "");
+    p.append(reinterpret_cast<char*>(rec), sizeof rec)
+        .append(data ? image.substr(x.offset, x.length) : "");
   }
   piece::Trailer t;
   t.record_count = 3;
   t.index_position = p.size();
-  t.checksum = piece::xxh3((std::string(p, 0, sizeof head) + index).data(), sizeof head + index.size());
+  t.checksum =
+      piece::xxh3((std::string(p, 0, sizeof head) + index).data(), sizeof head + index.size());
   piece::encode(t, tail);
   return p + index + std::string(reinterpret_cast<char*>(tail), sizeof tail);
 }
@@ -410,18 +434,23 @@ TEST_F(Chain_Test, a_version_1_piece_restores_and_consolidates_alone_and_is_no_b
                      std::vector<char>(image.size(), 0), g, &written));
   au_test::Log_Capture log;
   EXPECT_FALSE(chain.load_from_newest(connect(o), "old/on-v1"));
-  EXPECT_TRUE(log.has(LM_ERROR, "Invalid chain at piece 'old/on-v1': piece 'old/v1' is of format version 1, which "
-                                "names no source or base: it is restored only on its own\n")) << log.dump();
+  EXPECT_TRUE(
+      log.has(LM_ERROR,
+              "Invalid chain at piece 'old/on-v1': piece 'old/v1' is of format version 1, which "
+              "names no source or base: it is restored only on its own\n"))
+      << log.dump();
   EXPECT_EQ(log.records().size(), 1u);
 }
 
-TEST_F(Chain_Test, sealed_pieces_need_their_key_and_damage_target_faults_and_cancel_fail_with_one_line) {
+TEST_F(Chain_Test,
+       sealed_pieces_need_their_key_and_damage_target_faults_and_cancel_fail_with_one_line) {
   const Client_IO_Base::Options o = options(true);
   make_history(21, o, 3);
   Piece_Chain chain;
   {
     au_test::Log_Capture log;
-    EXPECT_FALSE(chain.load_from_newest(connect(options(true, "ff" + std::string(KEY + 2))), names[2]));
+    EXPECT_FALSE(
+        chain.load_from_newest(connect(options(true, "ff" + std::string(KEY + 2))), names[2]));
     EXPECT_EQ(log.records().size(), 1u) << log.dump();
   }
   ASSERT_TRUE(chain.load_from_newest(connect(o), names[2]));
@@ -451,7 +480,8 @@ TEST_F(Chain_Test, sealed_pieces_need_their_key_and_damage_target_faults_and_can
   while (newest.records[r].flags != piece::RECORD_DATA) ++r;
   {
     std::fstream f(dir / names[2], std::ios::in | std::ios::out | std::ios::binary);
-    const auto at = static_cast<std::streamoff>(newest.positions[r] + piece::RECORD_HEADER_SIZE + 1);
+    const auto at =
+        static_cast<std::streamoff>(newest.positions[r] + piece::RECORD_HEADER_SIZE + 1);
     f.seekg(at);
     const char c = static_cast<char>(f.get() ^ 0x40);
     f.seekp(at);

@@ -23,8 +23,8 @@ std::string source_text(const piece::Identity& id) {
 }
 
 bool refuse(const std::string& piece_name, const std::string& why) {
-  ACE_ERROR((LM_ERROR, "Invalid chain at piece '%s': %s\n", printable(piece_name).c_str(),
-             why.c_str()));
+  ACE_ERROR(
+      (LM_ERROR, "Invalid chain at piece '%s': %s\n", printable(piece_name).c_str(), why.c_str()));
   return false;
 }
 
@@ -48,8 +48,8 @@ std::string link_fault(const Chain_Link& prev, const Chain_Link& cur) {
            other + " holds " + snapshot_text(p.snapshot_id, p.snapshot_name);
   }
   if (c.base_image_size != p.image_size) {
-    return "its base image size is " + std::to_string(c.base_image_size) + " bytes, and " +
-           other + " holds " + std::to_string(p.image_size) + " bytes";
+    return "its base image size is " + std::to_string(c.base_image_size) + " bytes, and " + other +
+           " holds " + std::to_string(p.image_size) + " bytes";
   }
   if (!piece::is_zero(c.base_piece_id) && c.base_piece_id != p.piece_id) {
     return "its base is piece id " + piece::to_hex(c.base_piece_id) + ", and " + other +
@@ -64,8 +64,8 @@ bool read_link(Client_IO_Base& io, const std::string& name, const std::string& b
                Chain_Link& link) {
   if (!io.open(name, Client_IO_Base::OPEN_READ, 0, 0)) {
     if (!base_of.empty()) {
-      return refuse(base_of, "its base '" + printable(name) + "' cannot be opened: " +
-                                 io.last_error());
+      return refuse(base_of,
+                    "its base '" + printable(name) + "' cannot be opened: " + io.last_error());
     }
     ACE_ERROR((LM_ERROR, "Cannot open piece '%s': %s\n", printable(name).c_str(),
                io.last_error().c_str()));
@@ -96,9 +96,8 @@ bool Piece_Chain::assign(std::vector<Chain_Link> oldest_first) {
     return false;
   }
   if (oldest_first.size() > MAX_LENGTH) {
-    return refuse(oldest_first.back().name,
-                  "the chain has " + std::to_string(oldest_first.size()) +
-                      " pieces, more than " + std::to_string(MAX_LENGTH));
+    return refuse(oldest_first.back().name, "the chain has " + std::to_string(oldest_first.size()) +
+                                                " pieces, more than " + std::to_string(MAX_LENGTH));
   }
   for (const Chain_Link& l : oldest_first) {
     if (l.layout.identity.image_size > piece::MAX_IMAGE_SIZE) {
@@ -159,8 +158,9 @@ bool Piece_Chain::load_from_newest(const Connect& connect, const std::string& ne
                               "' is already in the chain (a loop)");
     }
     if (newest_first.size() >= MAX_LENGTH) {
-      return refuse(name, "its base '" + printable(id.base_piece_name) + "' would make the chain longer than " +
-                              std::to_string(MAX_LENGTH) + " pieces");
+      return refuse(name, "its base '" + printable(id.base_piece_name) +
+                              "' would make the chain longer than " + std::to_string(MAX_LENGTH) +
+                              " pieces");
     }
     led_by = name;
     name = id.base_piece_name;
