@@ -56,16 +56,15 @@ TEST_F(Piece_Test, pieces_round_trip_for_every_compression_with_and_without_a_ke
   }
 }
 
-// Sets the header checksum, and the trailer's over header and index, to fit the bytes.
+// Sets the header checksum, and the trailer's over header, identity and index, to fit
+// the bytes of a version 2 piece (what anyone can do: these sums are not keyed).
 void reseal(std::string& p) {
   auto* b = reinterpret_cast<unsigned char*>(&p[0]);
-  const uint64_t h = piece::xxh3(b, 56);
-  for (int i = 0; i < 8; ++i) b[56 + i] = static_cast<unsigned char>(h >> (8 * i));
-  uint64_t index_at = 0;
-  for (int i = 7; i >= 0; --i) index_at = (index_at << 8) | b[p.size() - 24 + i];
-  std::string covered = p.substr(0, 64) + p.substr(index_at, p.size() - 32 - index_at);
-  const uint64_t t = piece::xxh3(covered.data(), covered.size());
-  for (int i = 0; i < 8; ++i) b[p.size() - 16 + i] = static_cast<unsigned char>(t >> (8 * i));
+  piece::put64(b + 56, piece::xxh3(b, 56));
+  const uint64_t identity_end = 64 + (b[36] | b[37] << 8), index_at = piece::get64(b + p.size() - 56);
+  if (index_at > p.size() - 64 || index_at < identity_end) return;
+  const std::string covered = p.substr(0, identity_end) + p.substr(index_at, p.size() - 64 - index_at);
+  piece::put64(b + p.size() - 48, piece::xxh3(covered.data(), covered.size()));
 }
 
 TEST_F(Piece_Test, damaged_pieces_fail_with_one_line_and_nothing_reaches_the_sink) {
@@ -75,17 +74,19 @@ TEST_F(Piece_Test, damaged_pieces_fail_with_one_line_and_nothing_reaches_the_sin
                                        {400000, text_bytes(30000)}};
   for (bool sealed : {false, true}) {
     const Client_IO_Base::Options o = options_for(sealed ? COMPR_ZSTD : COMPR_NONE, sealed);
-    ASSERT_TRUE(write_piece("good", o, extents, 500000));
-    const std::string good = file_bytes("good");
+    // Written under the name it is read by: a sealed piece is bound to its name.
+    ASSERT_TRUE(write_piece("bad", o, extents, 500000));
+    const std::string good = file_bytes("bad");
     Piece_Layout layout;
     {
       Client_IO_Ex io;
-      ASSERT_TRUE(io.connect(url(), o) && io.open("good", Client_IO_Base::OPEN_READ, 0, 0));
+      ASSERT_TRUE(io.connect(url(), o) && io.open("bad", Client_IO_Base::OPEN_READ, 0, 0));
       ASSERT_TRUE(Image_Block_Reader::read_layout(&io, layout));
     }
     ASSERT_EQ(layout.records.size(), 4u);
-    const uint64_t size = good.size(), index_at = size - 32 - 4 * 48;
-    const std::string rec0 = "record 0 (image offset 0, piece offset 64)";
+    const uint64_t size = good.size(), index_at = size - 64 - 4 * 48, at0 = layout.positions[0];
+    const std::string rec0 = "record 0 (image offset 0, piece offset " + std::to_string(at0) + ")";
+    const std::string trailer = "trailer (piece offset " + std::to_string(size - 64) + "): ";
     const std::string data_fault = sealed ? "authentication failed (altered bytes or another key)"
                                           : "checksum mismatch";
     struct Fault {
@@ -96,25 +97,24 @@ TEST_F(Piece_Test, damaged_pieces_fail_with_one_line_and_nothing_reaches_the_sin
     std::vector<Fault> faults = {
         {"magic", [](std::string& p) { p[0] ^= 1; }, "header (piece offset 0): bad magic, not a piece"},
         {"header", [](std::string& p) { p[17] ^= 4; }, "header (piece offset 0): header checksum mismatch"},
-        {"version", [](std::string& p) { p[8] = 2; reseal(p); }, "header (piece offset 0): unknown format version"},
-        {"record", [](std::string& p) { p[64 + 9] ^= 1; }, rec0 + ": record header differs from the index"},
-        {"data", [](std::string& p) { p[64 + 40 + 9] ^= 0x10; }, rec0 + ": " + data_fault},
-        {"index", [&](std::string& p) { p[index_at + 60] ^= 1; },
-         "trailer (piece offset " + std::to_string(size - 32) + "): index checksum mismatch"},
-        {"trailer", [&](std::string& p) { p[size - 32] ^= 1; },
-         "trailer (piece offset " + std::to_string(size - 32) + "): record count and index position do not fit the piece size"},
-        {"outside", [](std::string& p) { p[18] = 4; reseal(p); },  // image size 500000 -> 303392
+        {"version", [](std::string& p) { p[8] = 3; reseal(p); }, "header (piece offset 0): unknown format version"},
+        {"record", [=](std::string& p) { p[at0 + 9] ^= 1; }, rec0 + ": record header differs from the index"},
+        {"data", [=](std::string& p) { p[at0 + 40 + 9] ^= 0x10; }, rec0 + ": " + data_fault},
+        {"index", [&](std::string& p) { p[index_at + 60] ^= 1; }, trailer + "index checksum mismatch"},
+        {"trailer", [&](std::string& p) { p[size - 64] ^= 1; },
+         trailer + "record count and index position do not fit the piece size"},
+        {"outside", [](std::string& p) { p[18] = 4; p[64 + 34] = 4; reseal(p); },  // image size 500000 -> 303392
          sealed ? "header (piece offset 0): the key does not open this piece"  // the key check covers it
                 : "record 2 (image offset 300000, piece offset " + std::to_string(layout.positions[2]) +
                       "): record outside the image (image size 303392)"},
     };
     // Every record boundary, the end of the header, and the start of the trailer.
-    for (uint64_t cut : {uint64_t(0), uint64_t(63), layout.positions[0], layout.positions[1],
-                         layout.positions[2], layout.positions[3], index_at, size - 32, size - 1}) {
+    for (uint64_t cut : {uint64_t(0), uint64_t(63), at0, layout.positions[1], layout.positions[2],
+                         layout.positions[3], index_at, size - 64, size - 1}) {
       faults.push_back({"cut at " + std::to_string(cut), [cut](std::string& p) { p.resize(cut); },
-                        cut < 96 ? "header (piece offset 0): only " + std::to_string(cut) + " bytes, too short for a piece"
-                                 : "trailer (piece offset " + std::to_string(cut - 32) +
-                                       "): no trailer (the piece is truncated or was never finished)"});
+                        cut < at0 + 64 ? "header (piece offset 0): only " + std::to_string(cut) + " bytes, too short for a piece"
+                                       : "trailer (piece offset " + std::to_string(cut - 64) +
+                                             "): no trailer (the piece is truncated or was never finished)"});
     }
     if (sealed) {
       faults.push_back({"wrong key", nullptr, "header (piece offset 0): the key does not open this piece"});

@@ -1,11 +1,13 @@
 #include "framework/client_io/image_block_writer.h"
 
 #include <ace/Log_Msg.h>
+#include <openssl/crypto.h>
 #include <openssl/rand.h>
 #include <xxhash.h>
 
 #include <algorithm>
 #include <cstring>
+#include <ctime>
 
 #include "framework/client_io/record_codec.h"
 
@@ -26,7 +28,10 @@ Image_Block_Writer::Image_Block_Writer(Client_IO_Base& io)
 Image_Block_Writer::Image_Block_Writer(Client_IO_Base& io, const Client_IO_Base::Options& options)
     : io_(io), options_(options), digest_(XXH3_createState()) {}
 
-Image_Block_Writer::~Image_Block_Writer() { XXH3_freeState(digest_); }
+Image_Block_Writer::~Image_Block_Writer() {
+  XXH3_freeState(digest_);
+  OPENSSL_cleanse(mac_key_, sizeof mac_key_);
+}
 
 bool Image_Block_Writer::fail(const std::string& why) {
   state_ = State::failed;
@@ -41,16 +46,33 @@ bool Image_Block_Writer::put(const void* bytes, size_t length) {
 }
 
 bool Image_Block_Writer::begin(uint64_t image_size, uint32_t block_size) {
+  piece::Identity identity;
+  identity.image_size = image_size;
+  return begin(identity, block_size);
+}
+
+bool Image_Block_Writer::begin(const piece::Identity& identity, uint32_t block_size) {
   if (state_ != State::idle) return fail("begin called twice");
-  if (block_size == 0 || block_size > piece::MAX_BLOCK_SIZE) {
-    return fail("block size " + std::to_string(block_size) + " is not in 1..64 MiB");
+  if (block_size < piece::MIN_BLOCK_SIZE || block_size > piece::MAX_BLOCK_SIZE) {
+    return fail("block size " + std::to_string(block_size) + " is not in 512 B..64 MiB");
   }
   if (options_.compression_method < 0 || options_.compression_method >= COMPR_MAX) {
     return fail("unknown compression method");
   }
+  std::string why;
+  if (!piece::check_identity(identity, why)) return fail(why);
+  identity_ = identity;
+  if (piece::is_zero(identity_.piece_id) &&
+      RAND_bytes(identity_.piece_id.data(), static_cast<int>(identity_.piece_id.size())) != 1) {
+    return fail("no random bytes for the piece id");
+  }
+  if (identity_.created == 0) identity_.created = static_cast<uint64_t>(std::time(nullptr));
+  const std::string identity_bytes = piece::encode_identity(identity_);
+  header_.version = piece::VERSION;
   header_.compression = resolve_compression(options_.compression_method);
   header_.block_size = block_size;
-  header_.image_size = image_size;
+  header_.image_size = identity_.image_size;
+  header_.identity_length = static_cast<uint32_t>(identity_bytes.size());
   if (options_.cipher == ENCR_AES_256_GCM) {
     header_.cipher = ENCR_AES_256_GCM;
     cipher_.reset(new Record_Cipher);
@@ -69,10 +91,18 @@ bool Image_Block_Writer::begin(uint64_t image_size, uint32_t block_size) {
     return fail("unknown cipher");
   }
   piece::encode(header_, header_bytes_);
+  if (cipher_) {
+    keyed_ = true;
+    if (!cipher_->mac_key(mac_key_) ||
+        !piece::context_digest(header_bytes_, identity_bytes, io_.path(), context_)) {
+      return fail("cannot derive the piece's authentication keys");
+    }
+  }
   XXH3_64bits_reset(digest_);
   XXH3_64bits_update(digest_, header_bytes_, sizeof header_bytes_);
+  XXH3_64bits_update(digest_, identity_bytes.data(), identity_bytes.size());
   state_ = State::writing;
-  return put(header_bytes_, sizeof header_bytes_);
+  return put(header_bytes_, sizeof header_bytes_) && put(identity_bytes.data(), identity_bytes.size());
 }
 
 bool Image_Block_Writer::check_extent(uint64_t offset, uint64_t length) {
@@ -144,7 +174,8 @@ bool Image_Block_Writer::write_data(uint64_t offset, const unsigned char* data, 
   piece::Record r;
   r.offset = offset;
   r.length = length;
-  r.checksum = piece::xxh3(data, length);
+  // A sealed piece stores no unkeyed digest of plain bytes: GCM's tag stands for it.
+  r.checksum = keyed_ ? 0 : piece::xxh3(data, length);
   r.compression = compress_record(static_cast<Compression_Method>(header_.compression), data,
                                   length, packed_);
   const bool packed = r.compression != COMPR_NONE;
@@ -163,9 +194,9 @@ bool Image_Block_Writer::write_record(piece::Record& r, const std::string* store
   unsigned char rec[piece::RECORD_HEADER_SIZE];
   piece::encode(r, rec);
   if (cipher_ && r.flags == piece::RECORD_DATA) {
-    unsigned char aad[piece::HEADER_SIZE + piece::RECORD_HEADER_SIZE];
-    std::memcpy(aad, header_bytes_, piece::HEADER_SIZE);
-    std::memcpy(aad + piece::HEADER_SIZE, rec, sizeof rec);
+    unsigned char aad[piece::RECORD_AAD_SIZE];
+    std::memcpy(aad, context_, sizeof context_);
+    std::memcpy(aad + sizeof context_, rec, sizeof rec);
     if (!cipher_->seal(records_, aad, sizeof aad, bytes, length, sealed_)) {
       return fail("cannot seal record " + std::to_string(records_));
     }
@@ -188,7 +219,10 @@ bool Image_Block_Writer::finish() {
   t.index_position = position_;
   XXH3_64bits_update(digest_, index_.data(), index_.size());
   t.checksum = XXH3_64bits_digest(digest_);
-  unsigned char trailer[piece::TRAILER_SIZE];
+  if (keyed_ && !piece::trailer_mac(mac_key_, context_, index_, t, t.mac)) {
+    return fail("cannot authenticate the index");
+  }
+  unsigned char trailer[piece::TRAILER_SIZE_V2];
   piece::encode(t, trailer);
   if (!put(index_.data(), index_.size()) || !put(trailer, sizeof trailer)) return false;
   state_ = State::finished;

@@ -2,7 +2,7 @@
 //
 //   io.open(name, Client_IO_Base::OPEN_WRITE, 0, 0);
 //   Image_Block_Writer w(io);                 // compression and key from io's options
-//   w.begin(image_size, block_size);
+//   w.begin(identity, block_size);           // or begin(image_size, block_size)
 //   w.append(offset, data, length) ...        // extents by rising offset, no overlap
 //   w.append_zeros(offset, length) ...
 //   w.finish() && io.close();                 // the piece exists only after both
@@ -11,6 +11,9 @@
 // (64 KiB grains) become zero records, which carry no bytes, and neighbouring zero
 // records merge. Each failure logs one line and returns false; the writer then refuses
 // everything, and the caller drops the piece by not closing (or by a failed close).
+//
+// Pieces are written in format version 2. With a key the piece is sealed under its name
+// in the pool (io.path() at begin()): renamed or copied over another name it is refused.
 //
 // The writer borrows `io` (which must outlive it) and is used from one thread at a time.
 #pragma once
@@ -36,6 +39,8 @@ class AGENTUTIL_API Image_Block_Writer {
 
   // A version 2 piece of `identity` (the writer draws its piece id when left zero; the
   // image size is identity.image_size).
+  // Block sizes are 512 B to 64 MiB; identity texts at most MAX_IDENTITY_TEXT bytes; image
+  // sizes at most MAX_IMAGE_SIZE. `created` left 0 is set to now.
   bool begin(const piece::Identity& identity, uint32_t block_size);
   // A version 2 piece that names no source: a full piece of an image of `image_size`.
   bool begin(uint64_t image_size, uint32_t block_size);
@@ -68,7 +73,10 @@ class AGENTUTIL_API Image_Block_Writer {
   piece::Identity identity_;
   unsigned char header_bytes_[piece::HEADER_SIZE] = {};
   std::unique_ptr<Record_Cipher> cipher_;
-  XXH3_state_s* digest_ = nullptr;  // header and index, for the trailer
+  XXH3_state_s* digest_ = nullptr;  // header, identity and index, for the trailer
+  bool keyed_ = false;  // sealed: records and trailer authenticated under the key
+  unsigned char context_[SHA256_LENGTH] = {};  // sealed: header, identity and piece name
+  unsigned char mac_key_[SHA256_LENGTH] = {};
   std::string index_;
   std::string packed_, sealed_;     // scratch, reused per record
   uint64_t next_offset_ = 0;        // extents must not start below this

@@ -50,13 +50,30 @@ struct AGENTUTIL_API Identity {
   uint32_t chunk_size = 0;  // the grid changes were taken on (0: exact)
   uint64_t created = 0;     // seconds since the epoch
 
+  // No base of any kind: base piece id zero and no base piece or snapshot named (a piece
+  // naming only a base snapshot is an incremental, never taken for a full one).
   bool is_full() const;
   // True when both name the same image of the same cluster (kind, cluster, pool, image id).
+  // A source of no kind (a version 1 piece) is the same as none.
   bool same_source(const Identity& other) const;
 };
 
 AGENTUTIL_API bool is_zero(const Piece_Id& id);
 // 32 lower-case hex digits.
 AGENTUTIL_API std::string to_hex(const Piece_Id& id);
+
+// The identity block of a version 2 piece (docs/piece-format.md): fixed fields, then each
+// text field as a 2-byte length and its bytes.
+constexpr size_t IDENTITY_FIXED_BYTES = 60;
+constexpr size_t IDENTITY_TEXT_FIELDS = 10;
+constexpr size_t MIN_IDENTITY_BYTES = IDENTITY_FIXED_BYTES + 2 * IDENTITY_TEXT_FIELDS;
+constexpr size_t MAX_IDENTITY_BYTES = MIN_IDENTITY_BYTES + IDENTITY_TEXT_FIELDS * MAX_IDENTITY_TEXT;
+
+// False, with `why`, for an identity outside the bounds (text fields, sizes).
+AGENTUTIL_API bool check_identity(const Identity& id, std::string& why);
+// The block of an identity that check_identity() accepts.
+AGENTUTIL_API std::string encode_identity(const Identity& id);
+// False, with `why`, unless `length` bytes are exactly one identity block within bounds.
+AGENTUTIL_API bool decode_identity(const void* bytes, size_t length, Identity& id, const char*& why);
 
 }  // namespace piece

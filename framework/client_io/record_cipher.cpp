@@ -1,7 +1,10 @@
 #include "framework/client_io/record_cipher.h"
 
+#include <openssl/core_names.h>
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
+#include <openssl/kdf.h>
+#include <openssl/params.h>
 
 #include <memory>
 
@@ -34,7 +37,56 @@ bool Record_Cipher::init(const std::string& key_hex, const std::string& iv_hex,
     return false;
   }
   for (size_t i = 0; i < GCM_NONCE_LENGTH; ++i) base_[i] ^= salt[i];
+  std::copy(salt, salt + GCM_NONCE_LENGTH, salt_);
   return true;
+}
+
+bool Record_Cipher::mac_key(unsigned char (&out)[SHA256_LENGTH]) const {
+  static const char label[] = "agentutil piece v2 mac";
+  std::unique_ptr<EVP_PKEY_CTX, decltype(&EVP_PKEY_CTX_free)> ctx(
+      EVP_PKEY_CTX_new_id(EVP_PKEY_HKDF, nullptr), EVP_PKEY_CTX_free);
+  size_t length = sizeof out;
+  return ctx && EVP_PKEY_derive_init(ctx.get()) == 1 &&
+         EVP_PKEY_CTX_set_hkdf_md(ctx.get(), EVP_sha256()) == 1 &&
+         EVP_PKEY_CTX_set1_hkdf_salt(ctx.get(), salt_, sizeof salt_) == 1 &&
+         EVP_PKEY_CTX_set1_hkdf_key(ctx.get(), key_, sizeof key_) == 1 &&
+         EVP_PKEY_CTX_add1_hkdf_info(ctx.get(), reinterpret_cast<const unsigned char*>(label),
+                                     sizeof label - 1) == 1 &&
+         EVP_PKEY_derive(ctx.get(), out, &length) == 1 && length == sizeof out;
+}
+
+Digest_256::Digest_256(const unsigned char (*key)[SHA256_LENGTH]) {
+  if (key == nullptr) {
+    md_ = EVP_MD_CTX_new();
+    ok_ = md_ != nullptr && EVP_DigestInit_ex(md_, EVP_sha256(), nullptr) == 1;
+    return;
+  }
+  EVP_MAC* mac = EVP_MAC_fetch(nullptr, "HMAC", nullptr);
+  mac_ = mac ? EVP_MAC_CTX_new(mac) : nullptr;
+  EVP_MAC_free(mac);  // the context holds its own reference
+  char digest[] = "SHA256";
+  const OSSL_PARAM params[] = {OSSL_PARAM_construct_utf8_string(OSSL_MAC_PARAM_DIGEST, digest, 0),
+                               OSSL_PARAM_construct_end()};
+  ok_ = mac_ != nullptr && EVP_MAC_init(mac_, *key, SHA256_LENGTH, params) == 1;
+}
+
+Digest_256::~Digest_256() {
+  EVP_MD_CTX_free(md_);
+  EVP_MAC_CTX_free(mac_);
+}
+
+void Digest_256::update(const void* bytes, size_t length) {
+  if (!ok_ || length == 0) return;
+  const auto* b = static_cast<const unsigned char*>(bytes);
+  ok_ = md_ ? EVP_DigestUpdate(md_, b, length) == 1 : EVP_MAC_update(mac_, b, length) == 1;
+}
+
+bool Digest_256::final(unsigned char (&out)[SHA256_LENGTH]) {
+  unsigned int n = 0;
+  size_t m = 0;
+  ok_ = ok_ && (md_ ? EVP_DigestFinal_ex(md_, out, &n) == 1 && n == sizeof out
+                    : EVP_MAC_final(mac_, out, &m, sizeof out) == 1 && m == sizeof out);
+  return ok_;
 }
 
 void Record_Cipher::nonce(uint64_t record, unsigned char (&out)[GCM_NONCE_LENGTH]) const {

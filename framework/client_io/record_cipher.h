@@ -11,6 +11,7 @@
 
 constexpr size_t GCM_TAG_LENGTH = 16;
 constexpr size_t GCM_NONCE_LENGTH = 12;
+constexpr size_t SHA256_LENGTH = 32;
 
 class Record_Cipher {
  public:
@@ -27,8 +28,31 @@ class Record_Cipher {
   bool open(uint64_t record, const void* aad, size_t aad_length, const void* sealed,
             size_t sealed_length, std::string& out) const;
 
+  // A key of its own for the piece's HMACs: HKDF-SHA256 of the record key, salted with
+  // the piece's salt, so the GCM key is never used for anything else.
+  bool mac_key(unsigned char (&out)[SHA256_LENGTH]) const;
+
  private:
   void nonce(uint64_t record, unsigned char (&out)[GCM_NONCE_LENGTH]) const;
   unsigned char key_[32] = {};
   unsigned char base_[GCM_NONCE_LENGTH] = {};
+  unsigned char salt_[GCM_NONCE_LENGTH] = {};
+};
+
+// SHA-256, or HMAC-SHA256 when given a key, over the bytes fed in turn.
+class Digest_256 {
+ public:
+  explicit Digest_256(const unsigned char (*key)[SHA256_LENGTH] = nullptr);
+  ~Digest_256();
+  Digest_256(const Digest_256&) = delete;
+  Digest_256& operator=(const Digest_256&) = delete;
+
+  void update(const void* bytes, size_t length);
+  // False when OpenSSL failed anywhere since construction.
+  bool final(unsigned char (&out)[SHA256_LENGTH]);
+
+ private:
+  struct evp_md_ctx_st* md_ = nullptr;
+  struct evp_mac_ctx_st* mac_ = nullptr;
+  bool ok_ = true;
 };
