@@ -33,7 +33,7 @@ bool valid_piece_name(const std::string& name, std::string& why) {
 std::unique_ptr<Pool_Store> make_pool_store(const std::string& url,
                                             const Client_IO_Base::Options& options,
                                             std::string& error) {
-  if (url.rfind("file://", 0) == 0) return Dir_Pool_Store::connect(url.substr(7), error);
+  if (url.rfind("file://", 0) == 0) return Dir_Pool_Store::connect(url.substr(7), options, error);
   if (url.rfind("s3://", 0) == 0 || url.rfind("s3s://", 0) == 0) {
     return S3_Pool_Store::connect(url, options, error);
   }
