@@ -1,7 +1,6 @@
 // The directory pool when others can write into it: links, FIFOs, modes, durability.
 #include "framework/client_io/dir_pool_store.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <limits.h>
 #include <sys/stat.h>
@@ -12,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iterator>
@@ -46,12 +46,7 @@ constexpr int R = Client_IO_Base::OPEN_READ, W = Client_IO_Base::OPEN_WRITE;
 // Every entry of a directory, hidden ones too.
 std::set<std::string> entries(const std::string& path) {
   std::set<std::string> out;
-  if (DIR* d = ::opendir(path.c_str())) {
-    while (const dirent* e = ::readdir(d)) out.insert(e->d_name);
-    ::closedir(d);
-  }
-  out.erase(".");
-  out.erase("..");
+  for (const auto& e : std::filesystem::directory_iterator(path)) out.insert(e.path().filename());
   return out;
 }
 
@@ -71,8 +66,7 @@ std::string in_child(const std::function<std::string()>& f) {
   for (ssize_t n; (n = ::read(p[0], buf, sizeof buf)) > 0;) out.append(buf, n);
   ::close(p[0]);
   int status = 0;
-  ::waitpid(pid, &status, 0);
-  return WIFEXITED(status) && WEXITSTATUS(status) == 0 ? out : "<blocked or died>";
+  return ::waitpid(pid, &status, 0) == pid && status == 0 ? out : "<blocked or died>";
 }
 
 class Hostile_Pool : public ::testing::Test {
