@@ -22,24 +22,14 @@ const std::vector<Extent>& small_extents() {
   static const std::vector<Extent> e = {{0, text_bytes(100000)}, {200000, "", 50000}, {300000, random_bytes(70000, 9)}};
   return e;
 }
-constexpr uint64_t SMALL_SIZE = 500000;
 
 piece::Identity sample_identity() {
   piece::Identity id;
-  id.source_kind = "ceph";
-  id.cluster = "5f0c-fsid";
-  id.pool = "rbd";
-  id.image_name = "vm-1";
-  id.image_id = "10ab";
-  id.snapshot_id = "7";
-  id.snapshot_name = "daily-2";
-  id.image_size = IMAGE_SIZE;
+  id.source_kind = "ceph", id.cluster = "5f0c-fsid", id.pool = "rbd", id.image_name = "vm-1";
+  id.image_id = "10ab", id.snapshot_id = "7", id.snapshot_name = "daily-2", id.image_size = IMAGE_SIZE;
   id.base_piece_id.fill(0x5a);
-  id.base_piece_name = "vm-1/daily-1";
-  id.base_snapshot_id = "5";
-  id.base_snapshot_name = "daily-1";
-  id.base_image_size = IMAGE_SIZE - MiB;
-  id.chunk_size = 4 << 20;
+  id.base_piece_name = "vm-1/daily-1", id.base_snapshot_id = "5", id.base_snapshot_name = "daily-1";
+  id.base_image_size = IMAGE_SIZE - MiB, id.chunk_size = 4 << 20;
   return id;
 }
 
@@ -86,45 +76,36 @@ void reseal_header(Bytes& p) { piece::put64(u(p) + 56, piece::xxh3(p.data(), 56)
 // sealed records bound to the header. Records stored uncompressed.
 Bytes v1_piece(const std::vector<Extent>& extents, uint64_t image_size, uint32_t block_size, bool sealed) {
   piece::Header h;
-  h.version = piece::VERSION_1;
-  h.block_size = block_size;
-  h.image_size = image_size;
-  unsigned char hb[64];
+  h.version = piece::VERSION_1, h.block_size = block_size, h.image_size = image_size;
+  h.cipher = sealed ? ENCR_AES_256_GCM : ENCR_NONE;
+  std::memset(h.salt, sealed ? 7 : 0, sizeof h.salt);
+  unsigned char hb[64], rb[40], tb[piece::TRAILER_SIZE];
   Record_Cipher c;
-  if (sealed) {
-    h.cipher = ENCR_AES_256_GCM;
-    std::memset(h.salt, 7, sizeof h.salt);
-    EXPECT_TRUE(c.init(KEY, IV, h.salt));
-    piece::encode(h, hb);
-    Bytes tag;
-    EXPECT_TRUE(c.seal(piece::KEY_CHECK_RECORD, hb, 40, nullptr, 0, tag));
-    std::memcpy(h.key_check, tag.data(), 16);
-  }
+  Bytes tag;
   piece::encode(h, hb);
+  if (sealed && c.init(KEY, IV, h.salt) && c.seal(piece::KEY_CHECK_RECORD, hb, 40, nullptr, 0, tag)) {
+    std::memcpy(h.key_check, tag.data(), 16);
+    piece::encode(h, hb);
+  }
   Bytes p(reinterpret_cast<char*>(hb), 64), index;
   for (const Extent& e : extents) {
+    const bool data = !e.data.empty();
     piece::Record r;
-    r.offset = e.offset;
-    r.flags = e.data.empty() ? piece::RECORD_ZEROS : piece::RECORD_DATA;
-    r.length = e.data.empty() ? e.zeros : e.data.size();
-    r.checksum = e.data.empty() ? 0 : piece::xxh3(e.data.data(), e.data.size());
-    r.stored_length = e.data.empty() ? 0 : e.data.size() + (sealed ? 16 : 0);
-    unsigned char rb[40];
+    r.offset = e.offset, r.flags = data ? piece::RECORD_DATA : piece::RECORD_ZEROS;
+    r.length = data ? e.data.size() : e.zeros;
+    r.checksum = data ? piece::xxh3(e.data.data(), e.data.size()) : 0;
+    r.stored_length = data ? e.data.size() + (sealed ? 16 : 0) : 0;
     piece::encode(r, rb);
-    Bytes stored = e.data, aad = p.substr(0, 64) + Bytes(reinterpret_cast<char*>(rb), 40);
-    if (sealed && !e.data.empty()) {
-      EXPECT_TRUE(c.seal(index.size() / 48, aad.data(), aad.size(), e.data.data(), e.data.size(), stored));
-    }
-    index += Bytes(8, '\0') + aad.substr(64);
+    Bytes stored = e.data, rec(reinterpret_cast<char*>(rb), 40), aad = p.substr(0, 64) + rec;
+    if (sealed && data) { EXPECT_TRUE(c.seal(index.size() / 48, aad.data(), aad.size(), e.data.data(), e.data.size(), stored)); }
+    index += Bytes(8, '\0') + rec;
     piece::put64(u(index) + index.size() - 48, p.size());
-    p += aad.substr(64) + stored;
+    p += rec + stored;
   }
   piece::Trailer t;
-  t.record_count = index.size() / 48;
-  t.index_position = p.size();
+  t.record_count = index.size() / 48, t.index_position = p.size();
   const Bytes covered = p.substr(0, 64) + index;
   t.checksum = piece::xxh3(covered.data(), covered.size());
-  unsigned char tb[piece::TRAILER_SIZE];
   piece::encode(t, tb);
   return p + index + Bytes(reinterpret_cast<char*>(tb), sizeof tb);
 }
