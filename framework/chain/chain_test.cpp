@@ -487,10 +487,15 @@ TEST_F(Chain_Test,
     f.seekp(at);
     f.put(c);
   }
-  for (int pass = 0; pass < 2; ++pass) {
+  Client_IO_Ex out;
+  ASSERT_TRUE(out.connect("file://" + dir.path(), o));
+  for (int pass = 0; pass < 3; ++pass) {
     au_test::Log_Capture log;
     Memory_Target t;
-    EXPECT_FALSE(pass == 0 ? restore(chain, o, t) : verify_chain(chain, connect(o), {}, nullptr));
+    EXPECT_FALSE(pass == 0   ? restore(chain, o, t)
+                 : pass == 1 ? verify_chain(chain, connect(o), {}, nullptr)
+                             : consolidate_chain(chain, connect(o), out, "img/merged", {}, nullptr));
+    EXPECT_FALSE(au_test::exists(dir / "img/merged"));  // a failed consolidation leaves nothing
     EXPECT_EQ(log.records().size(), 1u) << log.dump();
     EXPECT_TRUE(log.has_fragment(LM_ERROR, "Invalid piece 'img/p2' at record " + std::to_string(r)))
         << log.dump();
