@@ -87,6 +87,14 @@ std::unique_ptr<Client_IO_Base> connect_for(const Piece_Chain::Connect& connect,
   return io;
 }
 
+// Adds `link`'s records to `total`; refuses past Piece_Chain::MAX_RECORDS.
+bool count_records(const Chain_Link& link, uint64_t& total) {
+  total += link.layout.records.size();
+  if (total <= Piece_Chain::MAX_RECORDS) return true;
+  return refuse(link.name, "the chain's pieces hold more than " +
+                               std::to_string(Piece_Chain::MAX_RECORDS) + " records");
+}
+
 }  // namespace
 
 bool Piece_Chain::assign(std::vector<Chain_Link> oldest_first) {
@@ -99,7 +107,9 @@ bool Piece_Chain::assign(std::vector<Chain_Link> oldest_first) {
     return refuse(oldest_first.back().name, "the chain has " + std::to_string(oldest_first.size()) +
                                                 " pieces, more than " + std::to_string(MAX_LENGTH));
   }
+  uint64_t records = 0;
   for (const Chain_Link& l : oldest_first) {
+    if (!count_records(l, records)) return false;
     if (l.layout.identity.image_size > piece::MAX_IMAGE_SIZE) {
       return refuse(l.name, "its image size " + std::to_string(l.layout.identity.image_size) +
                                 " is beyond " + std::to_string(piece::MAX_IMAGE_SIZE));
@@ -129,8 +139,10 @@ bool Piece_Chain::load_list(const Connect& connect, const std::vector<std::strin
   std::unique_ptr<Client_IO_Base> io = connect_for(connect, oldest_first.front());
   if (!io) return false;
   std::vector<Chain_Link> links(oldest_first.size());
+  uint64_t records = 0;
   for (size_t i = 0; i < oldest_first.size(); ++i) {
     if (!read_link(*io, oldest_first[i], std::string(), links[i])) return false;
+    if (!count_records(links[i], records)) return false;
   }
   return assign(std::move(links));
 }
@@ -142,9 +154,11 @@ bool Piece_Chain::load_from_newest(const Connect& connect, const std::string& ne
   std::vector<Chain_Link> newest_first;
   std::set<std::string> seen;
   std::string name = newest, led_by;
+  uint64_t records = 0;
   for (;;) {
     newest_first.emplace_back();
     if (!read_link(*io, name, led_by, newest_first.back())) return false;
+    if (!count_records(newest_first.back(), records)) return false;
     seen.insert(name);
     const Piece_Layout& layout = newest_first.back().layout;
     if (layout.header.version == 1 || layout.identity.is_full()) break;

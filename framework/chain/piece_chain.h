@@ -38,6 +38,9 @@ class AGENTUTIL_API Piece_Chain {
 
   // Longest chain followed: past it a loop or a hostile pool is assumed.
   static constexpr size_t MAX_LENGTH = 1024;
+  // Most records all links may hold together (four pieces' worth of the largest index):
+  // what a chain keeps in memory stays bounded however many pieces a pool offers.
+  static constexpr uint64_t MAX_RECORDS = 4 * (piece::MAX_INDEX_BYTES / piece::INDEX_ENTRY_SIZE);
 
   bool load_from_newest(const Connect& connect, const std::string& newest);
   bool load_list(const Connect& connect, const std::vector<std::string>& oldest_first);
