@@ -302,16 +302,17 @@ bool Piece_Walk::open_record(size_t i, const Record& r, const unsigned char* sto
     stored = reinterpret_cast<const unsigned char*>(opened_.data());
     length = opened_.size();
   }
-  plain = stored;
+  const void* bytes = stored;
   if (r.compression != COMPR_NONE) {
     char* out = plain_.room(r.length);
     if (!decompress_record(static_cast<Compression_Method>(r.compression), stored, length,
                            out, r.length)) {
       return invalid(where, "stored bytes do not decompress to the record length");
     }
-    plain = plain_.data();
+    bytes = plain_.data();
   }
-  if (!keyed_ && piece::xxh3(plain, r.length) != r.checksum) return invalid(where, "checksum mismatch");
+  if (!keyed_ && piece::xxh3(bytes, r.length) != r.checksum) return invalid(where, "checksum mismatch");
+  plain = bytes;  // only once checked
   return true;
 }
 
@@ -319,10 +320,10 @@ bool Piece_Walk::open_record(size_t i, const Record& r, const unsigned char* sto
 bool Piece_Walk::check_record_bytes(size_t i, const unsigned char* bytes, const void*& plain) {
   const Record& r = layout_->records[i];
   const auto* entry = reinterpret_cast<const unsigned char*>(index_.data()) + i * piece::INDEX_ENTRY_SIZE + 8;
+  plain = nullptr;
   if (std::memcmp(bytes, entry, piece::RECORD_HEADER_SIZE) != 0) {
     return invalid(at_record(i, r, layout_->positions[i]), "record header differs from the index");
   }
-  plain = nullptr;
   return r.flags != piece::RECORD_DATA || open_record(i, r, bytes + piece::RECORD_HEADER_SIZE, plain);
 }
 
@@ -364,6 +365,7 @@ bool Piece_Walk::stream(const Image_Block_Reader::Sink& sink, uint64_t block_siz
 }
 
 bool Piece_Walk::read_record(size_t i, const void*& plain) {
+  plain = nullptr;
   if (layout_ == nullptr || i >= layout_->records.size()) {
     return invalid("record " + std::to_string(i), "no such record");
   }
