@@ -83,20 +83,20 @@ Chain_Link synthetic_link(int k, uint64_t size, const Chain_Link* base, std::mt1
 
 TEST(Chain_Plan, every_byte_comes_from_the_newest_piece_that_holds_it_and_is_not_cut_off) {
   for (unsigned seed = 1; seed <= 300; ++seed) {
+    SCOPED_TRACE("seed " + std::to_string(seed));
     std::mt19937 g(seed);
     std::vector<Chain_Link> links;
     for (int k = 0, n = 1 + g() % 6; k < n; ++k) {
       links.push_back(synthetic_link(k, g() % 700, links.empty() ? nullptr : &links.back(), g));
     }
     Piece_Chain chain;
-    ASSERT_TRUE(chain.assign(links)) << "seed " << seed;
+    ASSERT_TRUE(chain.assign(links));
     const std::vector<Chain_Segment> plan = plan_chain(chain);
     uint64_t at = 0;
     for (size_t i = 0; i < plan.size(); ++i) {
       const Chain_Segment& s = plan[i];
-      ASSERT_EQ(s.offset, at) << "seed " << seed;
-      ASSERT_GT(s.length, 0u) << "seed " << seed;
-      ASSERT_FALSE(s.zeros && i > 0 && plan[i - 1].zeros) << "seed " << seed;
+      ASSERT_EQ(s.offset, at);
+      ASSERT_TRUE(s.length > 0 && !(s.zeros && i > 0 && plan[i - 1].zeros));
       for (uint64_t x = s.offset; x < s.offset + s.length; ++x) {
         bool zeros = true;  // the slow way: newest first, stop at a snapshot that cut x off
         size_t link = 0, record = 0;
@@ -111,17 +111,16 @@ TEST(Chain_Plan, every_byte_comes_from_the_newest_piece_that_holds_it_and_is_not
           record = static_cast<size_t>(r - rs.begin());
           break;
         }
-        ASSERT_EQ(s.zeros, zeros) << "seed " << seed << " byte " << x;
-        if (!zeros) {
-          ASSERT_EQ(s.link, link) << "seed " << seed << " byte " << x;
-          ASSERT_EQ(s.record, record) << "seed " << seed << " byte " << x;
-          ASSERT_EQ(s.record_offset + (x - s.offset) + links[link].layout.records[record].offset,
-                    x);
-        }
+        ASSERT_EQ(s.zeros, zeros) << "byte " << x;
+        ASSERT_TRUE(
+            zeros ||
+            (s.link == link && s.record == record &&
+             s.record_offset + x - s.offset + links[link].layout.records[record].offset == x))
+            << "byte " << x;
       }
       at += s.length;
     }
-    ASSERT_EQ(at, chain.image_size()) << "seed " << seed;
+    ASSERT_EQ(at, chain.image_size());
   }
 }
 
@@ -145,10 +144,6 @@ TEST(Chain_Plan, links_that_do_not_follow_each_other_are_refused_with_one_line) 
       {[](Chain_Link& a, Chain_Link&) { a.layout.header.version = 1; },
        "Invalid chain at piece 'p1': piece 'p0' is of format version 1, which names no source or "
        "base: it is restored only on its own\n"},
-      {[](Chain_Link&, Chain_Link& b) { b.layout.identity.cluster = "fsid-2\n"; },
-       "Invalid chain at piece 'p1': it is of ceph image 'rbd/vm-1' (id '10ab', cluster "
-       "'fsid-2?'), "
-       "and piece 'p0' of ceph image 'rbd/vm-1' (id '10ab', cluster 'fsid-1')\n"},
   };
   for (const Case& c : cases) {
     std::vector<Chain_Link> links{full, inc};
@@ -370,12 +365,7 @@ TEST_F(Chain_Test, chains_out_of_order_foreign_looped_or_broken_are_refused_befo
 
 // A version 1 piece as its writer left it: data, a zero record, and holes between them.
 std::string version_1_piece(const std::string& image) {
-  const struct {
-    uint8_t flags;
-    uint64_t offset, length;
-  } records[] = {{piece::RECORD_DATA, 0, 3000},
-                 {piece::RECORD_ZEROS, 3000, 2000},
-                 {piece::RECORD_DATA, 6000, 3000}};
+  const uint64_t records[][2] = {{0, 3000}, {3000, 2000}, {6000, 3000}};  // the second: zeros
   piece::Header h;
   h.version = piece::VERSION_1;
   h.block_size = 4096;
@@ -385,18 +375,17 @@ std::string version_1_piece(const std::string& image) {
   piece::encode(h, head);
   std::string p(reinterpret_cast<char*>(head), sizeof head), index;
   for (const auto& x : records) {
-    const bool data = x.flags == piece::RECORD_DATA;
+    const bool data = x[0] != 3000;
     piece::Record r;
-    r.flags = x.flags;
-    r.offset = x.offset;
-    r.length = x.length;
-    r.stored_length = data ? x.length : 0;
-    r.checksum = data ? piece::xxh3(&image[x.offset], x.length) : 0;
+    r.flags = data ? piece::RECORD_DATA : piece::RECORD_ZEROS;
+    r.offset = x[0];
+    r.length = x[1];
+    r.stored_length = data ? x[1] : 0;
+    r.checksum = data ? piece::xxh3(&image[x[0]], x[1]) : 0;
     piece::encode(r, rec);
     piece::put64(pos, p.size());
     index.append(reinterpret_cast<char*>(pos), 8).append(reinterpret_cast<char*>(rec), sizeof rec);
-    p.append(reinterpret_cast<char*>(rec), sizeof rec)
-        .append(data ? image.substr(x.offset, x.length) : "");
+    p.append(reinterpret_cast<char*>(rec), sizeof rec).append(data ? image.substr(x[0], x[1]) : "");
   }
   piece::Trailer t;
   t.record_count = 3;
@@ -492,9 +481,10 @@ TEST_F(Chain_Test,
   for (int pass = 0; pass < 3; ++pass) {
     au_test::Log_Capture log;
     Memory_Target t;
-    EXPECT_FALSE(pass == 0   ? restore(chain, o, t)
-                 : pass == 1 ? verify_chain(chain, connect(o), {}, nullptr)
-                             : consolidate_chain(chain, connect(o), out, "img/merged", {}, nullptr));
+    EXPECT_FALSE(pass == 0 ? restore(chain, o, t)
+                 : pass == 1
+                     ? verify_chain(chain, connect(o), {}, nullptr)
+                     : consolidate_chain(chain, connect(o), out, "img/merged", {}, nullptr));
     EXPECT_FALSE(au_test::exists(dir / "img/merged"));  // a failed consolidation leaves nothing
     EXPECT_EQ(log.records().size(), 1u) << log.dump();
     EXPECT_TRUE(log.has_fragment(LM_ERROR, "Invalid piece 'img/p2' at record " + std::to_string(r)))
