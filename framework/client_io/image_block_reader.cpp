@@ -119,8 +119,11 @@ bool Piece_Walk::check_header(bool check_key) {
   const Client_IO_Base::Options* o = io_.connection_options();
   const bool has_key = o != nullptr && !o->key.empty();
   if (h.cipher == ENCR_NONE) {
-    // Otherwise anyone who can write to the pool could slip in a piece of their own.
-    if (has_key) return invalid(where, "the connection has a key and the piece is not sealed");
+    // Otherwise anyone who can write to the pool could slip in a piece of their own. A key
+    // with the cipher off writes unsealed pieces itself, so it cannot ask for sealed ones.
+    if (has_key && o->cipher != ENCR_NONE) {
+      return invalid(where, "the connection has a key and the piece is not sealed");
+    }
     return true;
   }
   if (!has_key || o->iv.empty()) {

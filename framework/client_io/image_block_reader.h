@@ -14,8 +14,8 @@
 // header, identity, index or trailer gives nothing to the sink, and a record that fails
 // its check stops the walk before any byte of it is handed out.
 //
-// Keys: a connection with a key reads only sealed pieces ("the connection has a key and
-// the piece is not sealed" otherwise). A sealed version 2 piece is authenticated whole
+// Keys: a connection that seals (cipher and key set) reads only sealed pieces ("the
+// connection has a key and the piece is not sealed" otherwise). A sealed version 2 piece is authenticated whole
 // under the key: header, identity, every record (zero records through the index), index
 // and trailer, bound to the piece's name in the pool (io.path()) and its piece id, so a
 // piece altered, cut short by whole records, or copied or renamed over another name is
