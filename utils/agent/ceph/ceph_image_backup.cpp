@@ -3,16 +3,21 @@
 #include <ace/Log_Msg.h>
 
 #include <algorithm>
+#include <cstdlib>
+#include <ctime>
 #include <memory>
 #include <vector>
 
 #include "framework/client_io/client_io_ex.h"
+#include "framework/client_io/image_block_reader.h"
 #include "framework/client_io/image_block_writer.h"
 #include "framework/client_io/piece_format.h"
 #include "framework/log/check.h"
+#include "utils/agent/ceph/backup_extents.h"
 #include "utils/agent/ceph/ceph_client.h"
 #include "utils/agent/ceph/ceph_error.h"
 #include "utils/agent/ceph/rbd_aio_window.h"
+#include "utils/agent/ceph/snapshot_identity.h"
 #include "utils/agent/io_connection_factory.h"
 
 namespace ceph {
@@ -28,14 +33,20 @@ struct Step {
   bool read;
 };
 
-std::vector<Step> plan_steps(const Blocks& extents, uint64_t image_size, bool whole_image) {
+// Gaps between the extents at or past `zeros_from` become zero steps: all of them for a
+// full piece, the grown part of the image for an incremental.
+std::vector<Step> plan_steps(const Blocks& extents, uint64_t image_size, uint64_t zeros_from) {
   constexpr uint64_t unit = Ceph_Image_Backup::READ_SIZE;
   std::vector<Step> steps;
+  auto zeros = [&](uint64_t from, uint64_t to) {
+    from = std::max(from, zeros_from);
+    if (from < to) steps.push_back({from, to - from, false});
+  };
   uint64_t at = 0;
   for (const Block& e : extents) {
     const uint64_t end = std::min(e.end(), image_size);
     if (e.offset >= end) continue;
-    if (whole_image && e.offset > at) steps.push_back({at, e.offset - at, false});
+    zeros(at, e.offset);
     for (uint64_t p = e.offset; p < end;) {
       const uint64_t n = std::min(end, (p / unit + 1) * unit) - p;
       steps.push_back({p, n, true});
@@ -43,7 +54,7 @@ std::vector<Step> plan_steps(const Blocks& extents, uint64_t image_size, bool wh
     }
     at = end;
   }
-  if (whole_image && at < image_size) steps.push_back({at, image_size - at, false});
+  zeros(at, image_size);
   return steps;
 }
 
@@ -51,24 +62,31 @@ const char* const OPEN_FAILED = "Failed to open Ceph snapshot '%s' by Ceph clien
 
 }  // namespace
 
+// What an incremental builds on: the base snapshot, and the base piece when one was given.
+struct Ceph_Image_Backup::Base {
+  Snapshot_Info snapshot;
+  piece::Piece_Id piece_id{};
+  std::string piece_name;
+};
+
 // One piece being written: the steps in order, the reads in flight, the piece writer.
 class Ceph_Image_Backup::Piece_Run {
  public:
-  Piece_Run(Ceph_Image_Backup& owner, Client_IO_Base& io, uint64_t image_size, int power_of_2)
-      : owner_(owner), io_(io), writer_(io), image_size_(image_size), power_of_2_(power_of_2) {}
+  Piece_Run(Ceph_Image_Backup& owner, Client_IO_Base& io, const piece::Identity& identity)
+      : owner_(owner), io_(io), writer_(io), identity_(identity) {}
 
   bool run(const std::vector<Step>& steps) {
     for (const Step& s : steps)
       if (s.read) total_ += s.length;
-    const uint32_t block_size = static_cast<uint32_t>(
-        std::min<uint64_t>(uint64_t{1} << power_of_2_, piece::MAX_BLOCK_SIZE));
-    if (!writer_.begin(image_size_, block_size)) return false;
+    const uint32_t block_size =
+        static_cast<uint32_t>(std::min<uint64_t>(identity_.chunk_size, piece::MAX_BLOCK_SIZE));
+    if (!writer_.begin(identity_, block_size)) return false;
     const bool ok = rbd_aio_window_available() ? read_windowed(steps) : read_in_line(steps);
     return ok && writer_.finish();
   }
 
   void fill(Backup_Totals& t) const {
-    t.image_size = image_size_;
+    t.image_size = identity_.image_size;
     t.bytes_read = done_;
     t.zero_bytes = writer_.zero_bytes();
     t.records = writer_.records();
@@ -117,7 +135,7 @@ class Ceph_Image_Backup::Piece_Run {
     if (owner_.progress_callback_) owner_.progress_callback_(done_, total_);
     if (owner_.cancel_callback_ && owner_.cancel_callback_()) {
       ACE_ERROR((LM_ERROR, "Cancelled backup of '%s' into piece '%s' after %Q of %Q bytes.\n",
-                 uri().c_str(), io_.path().c_str(), done_, total_));
+                 owner_.uri().c_str(), io_.path().c_str(), done_, total_));
       return false;
     }
     return true;
@@ -127,20 +145,14 @@ class Ceph_Image_Backup::Piece_Run {
     const Ceph_Error e(static_cast<int>(r));
     ACE_ERROR((LM_ERROR, "Failed to read %Q bytes at offset %Q of Ceph snapshot '%s': code %d, "
                          "msg %s.\n",
-               s.length, s.offset, uri().c_str(), e.code, e.text()));
+               s.length, s.offset, owner_.uri().c_str(), e.code, e.text()));
     return false;
-  }
-
-  std::string uri() const {
-    const Ceph_Snapshot& snap = owner_.snapshot_;
-    return "ceph://" + snap.pool_name() + "/" + snap.image_name() + "@" + snap.snapshot_name();
   }
 
   Ceph_Image_Backup& owner_;
   Client_IO_Base& io_;
   Image_Block_Writer writer_;
-  const uint64_t image_size_;
-  const int power_of_2_;
+  const piece::Identity& identity_;
   uint64_t total_ = 0;
   uint64_t done_ = 0;
 };
@@ -174,26 +186,97 @@ bool Ceph_Image_Backup::backup_to(Client_IO_Base& io, const std::string& piece_p
                                   Backup_Totals* totals) {
   if (AU_IS_EMPTY(piece_path)) return false;
   if (AU_IS_FALSE(snapshot_)) return false;
-  // The size through rbd_stat, which fails aloud: a size of 0 from a failed query would
-  // make an empty piece that restores nothing.
-  Snapshot_Stat stat;
-  if (!snapshot_.stat(stat)) return false;
-  const uint64_t size = stat.size;
-  // The whole image reads the parent's extents too (a clone's data lives there); holes
-  // are left to the zero stretches. Since a base, holes punched in between are changes.
-  const bool whole_image = from_snap.empty();
-  Blocks extents;
-  if (!snapshot_.get_changed_blocks(from_snap, extents, power_of_2, Range(0, size),
-                                    whole_image, cancel_callback_, true, false)) {
+  if (from_snap.empty()) return write_piece(io, piece_path, nullptr, power_of_2, totals);
+  Base base;
+  bool listed = false;
+  if (!find_snapshot(snapshot_, from_snap, base.snapshot, listed)) {
+    if (listed)
+      ACE_ERROR((LM_ERROR, "Failed to back up '%s': it has no base snapshot '%s'.\n",
+                 uri().c_str(), from_snap.c_str()));
     return false;
   }
+  return write_piece(io, piece_path, &base, power_of_2, totals);
+}
+
+bool Ceph_Image_Backup::backup_after(Client_IO_Base& io, const std::string& piece_path,
+                                     const std::string& base_piece, int power_of_2,
+                                     Backup_Totals* totals) {
+  if (AU_IS_EMPTY(piece_path)) return false;
+  if (AU_IS_EMPTY(base_piece)) return false;
+  if (AU_IS_FALSE(snapshot_)) return false;
+  if (!io.open(base_piece, Client_IO_Base::OPEN_READ, 0, 0)) {
+    ACE_ERROR((LM_ERROR, "Failed to open piece '%s' for reading: %s\n", base_piece.c_str(),
+               io.last_error().c_str()));
+    return false;
+  }
+  Piece_Layout layout;
+  const bool read = Image_Block_Reader::read_layout(&io, layout);
+  io.close();
+  if (!read) return false;  // the reader named the piece and why
+  piece::Identity own;
+  if (!snapshot_identity(snapshot_, own)) return false;
+  const piece::Identity& of_base = layout.identity;
+  if (!of_base.same_source(own)) {
+    ACE_ERROR((LM_ERROR, "Failed to back up '%s' after piece '%s': that piece holds no "
+                         "snapshot of this image.\n",
+               uri().c_str(), base_piece.c_str()));
+    return false;
+  }
+  Base base;
+  bool listed = false;
+  const bool found = find_snapshot(snapshot_, of_base.snapshot_name, base.snapshot, listed);
+  if (!listed) return false;
+  if (!found || std::to_string(base.snapshot.id) != of_base.snapshot_id) {
+    ACE_ERROR((LM_ERROR, "Failed to back up '%s' after piece '%s': its snapshot %s ('%s') is "
+                         "gone from the image.\n",
+               uri().c_str(), base_piece.c_str(), of_base.snapshot_id.c_str(),
+               of_base.snapshot_name.c_str()));
+    return false;
+  }
+  base.piece_id = of_base.piece_id;
+  base.piece_name = base_piece;
+  return write_piece(io, piece_path, &base, power_of_2, totals);
+}
+
+bool Ceph_Image_Backup::write_piece(Client_IO_Base& io, const std::string& piece_path,
+                                    const Base* base, int power_of_2, Backup_Totals* totals) {
+  // The size from librbd's snapshot list, which fails aloud: a size of 0 from a failed
+  // query would make an empty piece that restores nothing.
+  piece::Identity identity;
+  if (!snapshot_identity(snapshot_, identity)) return false;
+  Backup_Scan scan;
+  scan.size = identity.image_size;
+  scan.power_of_2 = power_of_2;
+  scan.cancel = cancel_callback_;
+  uint64_t zeros_from = 0;  // a full piece: every gap is zeros
+  if (base != nullptr) {
+    if (base->snapshot.id >= std::strtoull(identity.snapshot_id.c_str(), nullptr, 10)) {
+      ACE_ERROR((LM_ERROR, "Failed to back up '%s': its base snapshot '%s' is not older.\n",
+                 uri().c_str(), base->snapshot.name.c_str()));
+      return false;
+    }
+    identity.base_piece_id = base->piece_id;
+    identity.base_piece_name = base->piece_name;
+    identity.base_snapshot_id = std::to_string(base->snapshot.id);
+    identity.base_snapshot_name = base->snapshot.name;
+    identity.base_image_size = base->snapshot.size;
+    scan.from_snap = base->snapshot.name;
+    // A grown image: the new part is covered whole, as zeros where nothing was written.
+    zeros_from = std::min(base->snapshot.size, identity.image_size);
+  }
+  Blocks extents;
+  bool by_object_map = false;
+  if (!backup_extents(snapshot_.context(), scan, extents, &by_object_map)) return false;
+  identity.chunk_size = uint32_t{1} << power_of_2;
+  identity.created = static_cast<uint64_t>(std::time(nullptr));
+
   if (!io.open(piece_path, Client_IO_Base::OPEN_WRITE, 0, 0)) {
     ACE_ERROR((LM_ERROR, "Failed to open piece '%s' for writing: %s\n", piece_path.c_str(),
                io.last_error().c_str()));
     return false;
   }
-  Piece_Run run(*this, io, size, power_of_2);
-  if (!run.run(plan_steps(extents, size, whole_image))) {
+  Piece_Run run(*this, io, identity);
+  if (!run.run(plan_steps(extents, identity.image_size, zeros_from))) {
     io.abandon();
     return false;
   }
@@ -205,9 +288,15 @@ bool Ceph_Image_Backup::backup_to(Client_IO_Base& io, const std::string& piece_p
   if (totals != nullptr) {
     *totals = Backup_Totals();
     totals->extents = extents.size();
+    totals->by_object_map = by_object_map;
     run.fill(*totals);
   }
   return true;
+}
+
+std::string Ceph_Image_Backup::uri() const {
+  return "ceph://" + snapshot_.pool_name() + "/" + snapshot_.image_name() + "@" +
+         snapshot_.snapshot_name();
 }
 
 }  // namespace ceph

@@ -1,16 +1,20 @@
 // Backs up an RBD snapshot into one piece of a storage pool: the piece an agent would
-// otherwise write itself, and the one Ceph_Image_Writer restores.
+// otherwise write itself, and the one Ceph_Image_Writer or a chain restore restores.
 //
 //   ceph::Ceph_Image_Backup b(factory);
 //   b.open(options, "ceph://rbd/vm-1@daily-2");
 //   b.backup(pool, "vm-1/daily-2", "daily-1", 16, &totals);   // changes since daily-1
 //   b.backup(pool, "vm-1/full", "", 16, &totals);              // the whole image
+//   b.backup_after(io, "vm-1/daily-3", "vm-1/daily-2", 16, &totals);  // since that piece
 //
-// With a base snapshot the piece holds the extents changed since it, on a grid of
-// 1 << power_of_2 bytes; without one it covers the whole image: the allocated extents
-// (the parent's too, for a clone) as data and the rest as zero records, so that restoring
-// it over any image gives the snapshot back. Any stretch that reads back as zeros is
-// stored as a zero record (no bytes), so a restore keeps the image sparse.
+// With a base the piece holds every byte changed since it, on a grid of 1 << power_of_2
+// bytes (backup_extents.h), and all of [base size, size) when the image grew; without
+// one it covers the whole image: the extents that may hold data (the parent's too, for a
+// clone) as data and the rest as zero records, so that restoring it over any image gives
+// the snapshot back. Any stretch that reads back as zeros is stored as a zero record (no
+// bytes), so a restore keeps the image sparse. Every piece is version 2 and names its
+// source and base (snapshot_identity.h): cluster fsid, pool, image name and id, snapshot
+// id and name, sizes, and the base piece when the backup was given one.
 //
 // Reads go through librbd's asynchronous calls in a window of WINDOW requests when it has
 // them (else one at a time), all from the calling thread; the piece is written on that
@@ -45,6 +49,7 @@ struct AGENTUTIL_API Backup_Totals {
   uint64_t zero_bytes = 0;   // image bytes stored as zero records (holes and read zeros)
   uint64_t records = 0;      // records of the piece
   uint64_t piece_bytes = 0;  // bytes of the piece
+  bool by_object_map = false;  // the object map named the objects to scan
 };
 
 class AGENTUTIL_API Ceph_Image_Backup {
@@ -74,9 +79,20 @@ class AGENTUTIL_API Ceph_Image_Backup {
   // The same on a connection the caller made (a pool reached by its URL).
   bool backup_to(Client_IO_Base& io, const std::string& piece_path,
                  const std::string& from_snap, int power_of_2, Backup_Totals* totals);
+  // Changes since the snapshot that the piece `base_piece` of the same pool holds; the new
+  // piece names it as its base, so a chain can be followed back from its newest piece.
+  // The base's layout is read through `io` first. It must be a piece of this image whose
+  // snapshot still exists under the same id and is older than this one.
+  bool backup_after(Client_IO_Base& io, const std::string& piece_path,
+                    const std::string& base_piece, int power_of_2, Backup_Totals* totals);
 
  private:
   class Piece_Run;
+  struct Base;
+
+  bool write_piece(Client_IO_Base& io, const std::string& piece_path, const Base* base,
+                   int power_of_2, Backup_Totals* totals);
+  std::string uri() const;
 
   IO_Connection_Factory& io_factory_;
   Cancel_Callback cancel_callback_;

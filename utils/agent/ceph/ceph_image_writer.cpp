@@ -12,7 +12,6 @@
 #include "framework/log/check.h"
 #include "utils/agent/ceph/ceph_client.h"
 #include "utils/agent/ceph/ceph_error.h"
-#include "utils/agent/ceph/ceph_pointers_internal.h"
 #include "utils/agent/ceph/librbd_wrapper.h"
 #include "utils/agent/ceph/rbd_aio_window.h"
 #include "utils/agent/ceph/rbd_handle.h"
@@ -38,20 +37,25 @@ bool Ceph_Image_Writer::open(const Options& options, const std::string& image_ur
 }
 
 bool Ceph_Image_Writer::open(Ceph_Client& client, const std::string& image_uri) {
+  return open_for_restore(client, image_uri, image_);
+}
+
+bool Ceph_Image_Writer::open_for_restore(Ceph_Client& client, const std::string& image_uri,
+                                         Ceph_Image& image) {
   // librbd's write-around cache, on once an image has been flushed, completes writes before
   // the OSDs have them, and a flush with nothing left in flight does not report one that
   // failed meanwhile: a restore could end true without its blocks. Set on the client, as
   // librbd reads it at open.
   client.set_configs({{"rbd_cache", json_spirit::Value("false")}}, true);
-  if (client.open_image(image_uri, image_, false)) {
+  if (client.open_image(image_uri, image, false)) {
     // Locked now, not at the first write: a cluster that fills up in between leaves that
     // write waiting for ever on the lock (librbd retries its watch without a time-out).
-    const int r = rbd_handle::lock_exclusive(image_.context());
+    const int r = rbd_handle::lock_exclusive(image.context());
     if (r == 0) return true;
     const Ceph_Error e(r);
     ACE_ERROR((LM_ERROR, "Failed to lock Ceph image '%s' for writing: code %d, msg %s.\n",
                image_uri.c_str(), e.code, e.text()));
-    image_.close_image();
+    image.close_image();
   }
   ACE_ERROR((LM_ERROR, OPEN_FAILED, image_uri.c_str(), client.client_id().c_str()));
   return false;

@@ -64,6 +64,11 @@ class AGENTUTIL_API Ceph_Image_Writer {
   bool open(const Options& options, const std::string& image_uri);
   // On a client the caller connected; the same failure line.
   bool open(Ceph_Client& client, const std::string& image_uri);
+  // How open() opens: librbd's cache off on `client` (which keeps it), the image's
+  // exclusive lock taken now and held until the image closes; the same lines. For any
+  // restore into an RBD image.
+  static bool open_for_restore(Ceph_Client& client, const std::string& image_uri,
+                               Ceph_Image& image);
 
   int& write_flag() { return write_flag_; }
   Cancel_Callback& cancel_callback() { return cancel_callback_; }

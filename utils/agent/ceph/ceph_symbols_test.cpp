@@ -46,7 +46,8 @@ TEST(Ceph_Binding, old_releases_bind_without_their_optional_functions) {
       << logs.dump();
 
   const std::vector<std::string> rados_optional = {"rados_create2", "rados_ioctx_create2",
-                                                   "rados_get_min_compatible_client", "rados_version"};
+                                                   "rados_get_min_compatible_client", "rados_version",
+                                                   "rados_cluster_fsid"};
   EXPECT_EQ(rados_optional, unbound_rados_pointers());
   for (const std::string& sym : rados_optional)
     EXPECT_TRUE(logs.has(LM_TRACE, not_supported("librados", sym, "libfake_rados_old"))) << logs.dump();
@@ -55,10 +56,10 @@ TEST(Ceph_Binding, old_releases_bind_without_their_optional_functions) {
   EXPECT_NE(nullptr, ceph::rbd_snap_remove);
   for (const std::string sym : {"rbd_version", "rbd_list2", "rbd_group_image_list_cleanup"})
     EXPECT_TRUE(logs.has(LM_TRACE, not_supported("librbd", sym, "libfake_rbd_old"))) << logs.dump();
-  // The asynchronous table: all 13 optional, null here too, each noted once.
+  // The asynchronous table: all 15 optional, null here too, each noted once.
   EXPECT_EQ(nullptr, ceph::rbd_aio_write);
   EXPECT_TRUE(logs.has(LM_TRACE, not_supported("librbd", "rbd_aio_write_zeroes", "libfake_rbd_old")));
-  EXPECT_EQ(67u, logs.records().size()) << logs.dump();
+  EXPECT_EQ(70u, logs.records().size()) << logs.dump();
 
   // Users of an optional function check it first and name it in their error.
   logs.clear();
@@ -82,7 +83,7 @@ TEST(Ceph_Binding, a_missing_required_function_stops_the_binding_there_for_good)
   EXPECT_NE(nullptr, ceph::rados_conf_get);
   EXPECT_NE(nullptr, ceph::rbd_open_by_id_read_only);
   const std::vector<std::string> rados = unbound_rados_pointers(), rbd = unbound_rbd_pointers();
-  ASSERT_EQ(10u, rados.size());
+  ASSERT_EQ(11u, rados.size());
   EXPECT_EQ("rados_connect", rados.front());
   ASSERT_EQ(67u, rbd.size());
   EXPECT_EQ("rbd_close", rbd[0]);
@@ -110,7 +111,7 @@ TEST(Ceph_Binding, a_missing_library_fails_with_the_loader_error_and_no_fallback
   // The installed librbd would be found by its bare name; the named directory has none.
   EXPECT_FALSE(Librbd_Wrapper::instance()->open("librbd", "/nonexistent-agentutil-dir"));
   EXPECT_EQ(nullptr, dlopen("librbd.so.1", RTLD_LAZY | RTLD_NOLOAD));
-  EXPECT_EQ(18u, unbound_rados_pointers().size());
+  EXPECT_EQ(19u, unbound_rados_pointers().size());
   EXPECT_EQ(72u, unbound_rbd_pointers().size());
 
   const auto records = logs.records();
@@ -193,7 +194,7 @@ TEST(Ceph_Binding, close_clears_every_pointer_and_open_does_not_bind_again) {
   Librbd_Wrapper::instance()->close();
   EXPECT_FALSE(static_cast<bool>(*Librbd_Wrapper::instance()));
   EXPECT_FALSE(Librbd_Wrapper::instance()->open("libfake_rbd_full", dir.c_str()));
-  EXPECT_EQ(18u, unbound_rados_pointers().size());
+  EXPECT_EQ(19u, unbound_rados_pointers().size());
   EXPECT_EQ(72u, unbound_rbd_pointers().size());
   EXPECT_TRUE(logs.records().empty()) << logs.dump();
 }

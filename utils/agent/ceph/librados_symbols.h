@@ -24,6 +24,7 @@
   X(rados_pool_list, REQUIRED)                  \
   X(rados_ioctx_pool_stat, REQUIRED)            \
   X(rados_get_min_compatible_client, OPTIONAL)  \
-  X(rados_version, OPTIONAL)
+  X(rados_version, OPTIONAL)                    \
+  X(rados_cluster_fsid, OPTIONAL)
 
 #endif
