@@ -6,7 +6,8 @@
 #include <mutex>
 #include <type_traits>
 
-#include "utils/agent/ceph/ceph_pointers_internal.h"
+#include "utils/agent/ceph/librados_wrapper.h"
+#include "utils/agent/ceph/librbd_wrapper.h"
 
 namespace au_test {
 

@@ -6,6 +6,8 @@
 #include "framework/json/reader.h"
 #include "framework/json/writer.h"
 #include "utils/agent/ceph/ceph_client.h"
+#include "utils/agent/ceph/librados_wrapper.h"
+#include "utils/agent/ceph/librbd_wrapper.h"
 #include "utils/agent/ceph/uri_components.h"
 #include "utils/agent/sdk_loader.h"
 
@@ -27,5 +29,9 @@ int main() {
   ceph::Ceph_Client unreachable("admin", true);
   const bool connected = unconfigured.connect() || unreachable.connect(unreachable_monitor);
   std::cerr << "agent: connect " << (connected ? "succeeded" : "failed") << "\n";
+  // The bound pointers are the agent's too: declared by the wrapper headers, exported.
+  // librados is bound by the connect above; librbd only once an image is opened.
+  decltype(&::rbd_open)* volatile rbd_open = &ceph::rbd_open;
+  if (ceph::rados_create == nullptr || rbd_open == nullptr) return 1;
   return connected ? 1 : 0;
 }

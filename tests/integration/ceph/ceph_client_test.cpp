@@ -8,7 +8,7 @@
 
 #include "tests/integration/ceph/pool_fixture.h"
 #include "tests/support/http_test_server.h"
-#include "utils/agent/ceph/ceph_pointers_internal.h"
+#include "utils/agent/ceph/librbd_wrapper.h"
 #include "utils/agent/ceph/librados_wrapper.h"
 
 namespace {

@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "tests/integration/ceph/pool_fixture.h"
-#include "utils/agent/ceph/ceph_pointers_internal.h"
 #include "utils/agent/ceph/librbd_wrapper.h"
 
 namespace {

@@ -8,7 +8,6 @@
 #include <string>
 
 #include "tests/integration/ceph/pool_fixture.h"
-#include "utils/agent/ceph/ceph_pointers_internal.h"
 #include "utils/agent/ceph/librbd_wrapper.h"
 
 namespace {

@@ -9,7 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "utils/agent/ceph/ceph_pointers_internal.h"
 #include "utils/agent/ceph/librados_wrapper.h"
 #include "utils/agent/ceph/librbd_wrapper.h"
 

@@ -12,7 +12,6 @@
 #include "framework/log/trace.h"
 #include "utils/agent/ceph/ceph_error.h"
 #include "utils/agent/ceph/ceph_image.h"
-#include "utils/agent/ceph/ceph_pointers_internal.h"
 #include "utils/agent/ceph/ceph_pool.h"
 #include "utils/agent/ceph/ceph_snapshot.h"
 #include "utils/agent/ceph/librados_wrapper.h"

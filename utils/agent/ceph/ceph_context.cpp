@@ -3,7 +3,6 @@
 #include <utility>
 
 #include "framework/log/trace.h"
-#include "utils/agent/ceph/ceph_pointers_internal.h"
 #include "utils/agent/ceph/librados_wrapper.h"
 #include "utils/agent/ceph/librbd_wrapper.h"
 

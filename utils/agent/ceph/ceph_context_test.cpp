@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "tests/support/log_capture.h"
-#include "utils/agent/ceph/ceph_pointers_internal.h"
 #include "utils/agent/ceph/librados_wrapper.h"
 #include "utils/agent/ceph/librbd_wrapper.h"
 

@@ -8,7 +8,6 @@
 #include "framework/log/check.h"
 #include "utils/agent/ceph/ceph_error.h"
 #include "utils/agent/ceph/ceph_image.h"
-#include "utils/agent/ceph/ceph_pointers_internal.h"
 #include "utils/agent/ceph/ceph_pool.h"
 #include "utils/agent/ceph/ceph_symbols.h"
 #include "utils/agent/ceph/librbd_wrapper.h"

@@ -10,7 +10,6 @@
 #include "framework/log/check.h"
 #include "framework/log/trace.h"
 #include "utils/agent/ceph/ceph_error.h"
-#include "utils/agent/ceph/ceph_pointers_internal.h"
 #include "utils/agent/ceph/librbd_wrapper.h"
 #include "utils/agent/ceph/rbd_handle.h"
 #include "utils/agent/ceph/sized_call.h"

@@ -12,7 +12,6 @@
 
 #include "tests/support/fake_ceph/fake_ceph.h"
 #include "tests/support/log_capture.h"
-#include "utils/agent/ceph/ceph_pointers_internal.h"
 #include "utils/agent/ceph/librbd_wrapper.h"
 
 namespace {

@@ -1,4 +1,3 @@
-#include "utils/agent/ceph/ceph_pointers_internal.h"
 #include "utils/agent/ceph/ceph_pool.h"
 
 #include <gtest/gtest.h>

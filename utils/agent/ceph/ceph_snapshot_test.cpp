@@ -1,6 +1,5 @@
 // What get_changed_blocks refuses before it reaches librbd, what its extent callback makes
 // of what librbd reports, and the C callback adapter.
-#include "utils/agent/ceph/ceph_pointers_internal.h"
 #include "utils/agent/ceph/ceph_snapshot.h"
 
 #include <gtest/gtest.h>

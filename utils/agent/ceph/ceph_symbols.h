@@ -10,6 +10,8 @@
 
 #include <cstddef>
 
+#include "framework/base/api.h"
+
 class ACE_DLL;
 
 namespace ceph {
@@ -67,8 +69,9 @@ bool report_missing_symbol(const char* text, const char* file, int line);
   _Pragma("GCC diagnostic push") _Pragma("GCC diagnostic ignored \"-Wdeprecated-declarations\"")
 #define AU_CEPH_IGNORE_DEPRECATED_END _Pragma("GCC diagnostic pop")
 
-#define AU_CEPH_DECLARE_POINTER(sym, kind) extern decltype(&::sym) sym;
-#define AU_CEPH_DEFINE_POINTER(sym, kind) decltype(&::sym) sym = nullptr;
+// Exported: agents call librados/librbd through the same pointers (ceph::rbd_open, ...).
+#define AU_CEPH_DECLARE_POINTER(sym, kind) extern AGENTUTIL_API decltype(&::sym) sym;
+#define AU_CEPH_DEFINE_POINTER(sym, kind) AGENTUTIL_API decltype(&::sym) sym = nullptr;
 
 #define AU_CEPH_IS_REQUIRED_REQUIRED true
 #define AU_CEPH_IS_REQUIRED_OPTIONAL false

@@ -1,4 +1,4 @@
-#include "utils/agent/ceph/ceph_pointers_internal.h"
+#include "utils/agent/ceph/librbd_wrapper.h"
 #include "utils/agent/ceph/librados_wrapper.h"
 
 #include <ace/Log_Msg.h>

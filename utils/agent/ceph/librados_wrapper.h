@@ -1,7 +1,8 @@
 // Run-time binding of librados: one process-wide pointer per bound function
 // (ceph::rados_create, ...), filled once by Librados_Wrapper::open. The library is
-// never linked; every librados call in this code base goes through these pointers,
-// which ceph_pointers_internal.h declares (internal: agents do not see them).
+// never linked; every librados call in this code base, and in an agent that wants one,
+// goes through these pointers, declared below and exported. Check an optional one for
+// null before calling it.
 // Threads: open() binds once under a once-only guard, whichever thread comes first;
 // after that the pointers are read without locks. close() is for tests and process
 // exit only: no other thread may be calling librados then. The library stays loaded.
@@ -11,11 +12,19 @@
 #include <ace/Null_Mutex.h>
 #include <ace/Singleton.h>
 
+#include <rados/librados.h>
+
 #include <mutex>
 
 #include "framework/base/api.h"
+#include "utils/agent/ceph/ceph_symbols.h"
+#include "utils/agent/ceph/librados_symbols.h"
 
 namespace ceph {
+
+AU_CEPH_IGNORE_DEPRECATED_BEGIN
+AU_LIBRADOS_SYMBOLS(AU_CEPH_DECLARE_POINTER)
+AU_CEPH_IGNORE_DEPRECATED_END
 
 class AGENTUTIL_API Librados_Wrapper {
  public:

@@ -1,7 +1,8 @@
 // Run-time binding of librbd: one process-wide pointer per bound function
 // (ceph::rbd_open, ...), filled once by Librbd_Wrapper::open. The library is
-// never linked; every librbd call in this code base goes through these pointers,
-// which ceph_pointers_internal.h declares (internal: agents do not see them).
+// never linked; every librbd call in this code base, and in an agent that wants one,
+// goes through these pointers, declared below and exported. The asynchronous ones and
+// the optional ones may be null on an older librbd: check before calling.
 // Threads: open() binds once under a once-only guard, whichever thread comes first;
 // after that the pointers are read without locks. close() is for tests and process
 // exit only: no other thread may be calling librbd then. The library stays loaded.
@@ -11,11 +12,21 @@
 #include <ace/Null_Mutex.h>
 #include <ace/Singleton.h>
 
+#include <rbd/librbd.h>
+
 #include <mutex>
 
 #include "framework/base/api.h"
+#include "utils/agent/ceph/ceph_symbols.h"
+#include "utils/agent/ceph/librbd_aio_symbols.h"
+#include "utils/agent/ceph/librbd_symbols.h"
 
 namespace ceph {
+
+AU_CEPH_IGNORE_DEPRECATED_BEGIN
+AU_LIBRBD_SYMBOLS(AU_CEPH_DECLARE_POINTER)
+AU_LIBRBD_AIO_SYMBOLS(AU_CEPH_DECLARE_POINTER)
+AU_CEPH_IGNORE_DEPRECATED_END
 
 class AGENTUTIL_API Librbd_Wrapper {
  public:

@@ -1,4 +1,3 @@
-#include "utils/agent/ceph/ceph_pointers_internal.h"
 #include "utils/agent/ceph/rbd_aio_window.h"
 
 #include <rbd/librbd.h>
