@@ -72,8 +72,9 @@ AGENTUTIL_API bool get_pool_info(JSON_RESTful_Client& client, const std::string&
                                  bool require_device = false);
 
 // Applies `info` to a connection's options:
-//   - a pool that seals data itself gets no client-side cipher; otherwise a pool
-//     cipher replaces the options' cipher, key and IV (hex, as the options hold them);
+//   - a pool cipher replaces the options' cipher, key and IV (hex, as the options hold
+//     them), unless the pool seals data itself: then the options' own sealing, if any,
+//     stays (a description never turns the agent's encryption off);
 //   - node addresses and the tenant access key replace the options' when the pool has
 //     them; the preferred source address goes to extra_options
 //     "preferred_source_address";

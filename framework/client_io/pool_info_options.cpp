@@ -5,14 +5,9 @@
 namespace {
 
 void apply_cipher(Client_IO_Base::Options& options, const Pool_Info& info) {
-  if (info.server_side_encryption) {
-    // Sealing twice would only cost time; the pool does it.
-    options.cipher = ENCR_NONE;
-    options.key.clear();
-    options.iv.clear();
-    return;
-  }
-  if (info.cipher == ENCR_NONE) return;
+  // A pool that says it seals data itself does not drop the agent's own sealing: the
+  // claim comes from the server, and sealing twice only costs time.
+  if (info.server_side_encryption || info.cipher == ENCR_NONE) return;
   options.cipher = info.cipher;
   options.key = hex_encode(info.key);
   options.iv = hex_encode(info.iv);

@@ -25,6 +25,7 @@ struct Pool_Args {
   bool restore = false;
   std::string pool;
   std::string piece;
+  std::vector<std::string> local_roots;
 };
 
 // A factory aimed at the backup server the user named; false after the failure line.
@@ -33,6 +34,7 @@ bool make_factory(Pool_Args& a, IO_Connection_Factory& factory) {
   IO_Connection_Factory::Options o;
   o.device_uuid = a.device_uuid;
   o.is_restore = a.restore;
+  o.bounds.local_roots = a.local_roots;
   if (!factory.init(std::move(o))) return cli::fail("cannot reach the backup server"), false;
   return true;
 }
@@ -131,5 +133,8 @@ void add_pool_commands(CLI::App& app) {
   CLI::App* verify = pool->add_subcommand("verify", "Read and check every record of one piece");
   verify->add_option("name", args.pool, "Pool name")->required();
   verify->add_option("piece", args.piece, "Piece name in the pool")->required();
+  verify->add_option("--local-pool-root", args.local_roots,
+                     "Directory under which the server may name directory pools (none: no directory pool)")
+      ->allow_extra_args(false);
   cli::set_command(verify, [] { return verify_piece(args); });
 }

@@ -72,6 +72,11 @@ std::unique_ptr<Client_IO_Ex> IO_Connection_Factory::operator()(const std::strin
   if (info == nullptr) return nullptr;
   Client_IO_Base::Options opts = options_.client_io_opts;
   opts.compression_method = method;
+  const std::string refused = pool_outside_bounds(*info, options_.bounds);
+  if (!refused.empty()) {
+    ACE_ERROR((LM_ERROR, ACE_TEXT("Refused pool '%s': %s\n"), pool.c_str(), refused.c_str()));
+    return nullptr;
+  }
   set_options_by_pool(opts, *info);
   std::unique_ptr<Client_IO_Ex> io(new Client_IO_Ex());
   if (!io->connect(info->url, opts)) {

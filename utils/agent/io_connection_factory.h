@@ -36,6 +36,7 @@
 #include "framework/base/api.h"
 #include "framework/client_io/client_io_ex.h"
 #include "framework/client_io/client_io_options.h"
+#include "framework/client_io/pool_bounds.h"
 #include "framework/client_io/pool_info.h"
 #include "framework/http/json_restful_client.h"
 #include "framework/json/value.h"
@@ -45,7 +46,9 @@ class AGENTUTIL_API IO_Connection_Factory {
   // The agent's connection parameters, as the JSON document of load() and dump() has
   // them: "is_restore", "backupd_ssl", "backupd_port", "retry_seconds", "backupd_host",
   // "access_key" (a secret), "device_uuid" and "client_io_opts" (the template of every
-  // connection, in Client_IO_Base::Options' own form). init() replaces the backupd
+  // connection, in Client_IO_Base::Options' own form); optionally "local_pool_roots"
+  // and "require_tls", the bounds every pool description is held to (pool_bounds.h:
+  // no directory pool is allowed unless a root is given). init() replaces the backupd
   // address and the access key with the process-wide ones.
   struct Options {
     bool is_restore = false;
@@ -56,8 +59,9 @@ class AGENTUTIL_API IO_Connection_Factory {
     std::string access_key;
     std::string device_uuid;  // "" for none
     Client_IO_Base::Options client_io_opts;
+    Pool_Bounds bounds;
 
-    // Every key is required. False with one log line when one is missing or of the
+    // Every key but the bounds' is required. False with one log line when one is missing or of the
     // wrong type, or when the client-I/O options are refused; fields read before the
     // failure keep their new values.
     bool load(const json_spirit::Value& value);
@@ -90,7 +94,9 @@ class AGENTUTIL_API IO_Connection_Factory {
   const Pool_Info* get_pool_info(const std::string& pool);
 
   // A connection to `pool` with the template options, `method` and the pool's own
-  // settings; empty (and logged) on failure.
+  // settings; empty (and logged) on failure. A description outside the bounds is
+  // refused with one line naming the pool and the rule:
+  //   "Refused pool 'daily': its url file:///etc is outside the allowed local pool roots"
   std::unique_ptr<Client_IO_Ex> operator()(const std::string& pool, Compression_Method method);
   std::unique_ptr<Client_IO_Ex> operator()(const std::string& pool);
 

@@ -30,6 +30,22 @@ const Value& read_object(const Value& value, const std::string& key) {
   return member;
 }
 
+// The bounds' keys are optional: documents written before them keep loading.
+void read_bounds(const Value& value, Pool_Bounds& bounds) {
+  const json_spirit::Object& o = value.get_obj();
+  if (o.count("require_tls")) json_spirit::extract_member(value, "require_tls", bounds.require_tls);
+  if (!o.count("local_pool_roots")) return;
+  const Value& roots = json_spirit::get_member(value, "local_pool_roots");
+  if (roots.type() != json_spirit::array_type)
+    throw std::runtime_error("JSON member 'local_pool_roots' is not an array");
+  bounds.local_roots.clear();
+  for (const Value& root : roots.get_array()) {
+    if (root.type() != json_spirit::str_type || root.get_str().empty() || root.get_str()[0] != '/')
+      throw std::runtime_error("JSON member 'local_pool_roots' holds something not an absolute path");
+    bounds.local_roots.push_back(root.get_str());
+  }
+}
+
 }  // namespace
 
 bool IO_Connection_Factory::Options::load(const Value& value) {
@@ -45,6 +61,7 @@ bool IO_Connection_Factory::Options::load(const Value& value) {
     int seconds = 0;
     json_spirit::extract_member(value, "retry_seconds", seconds);
     retry_seconds = seconds;
+    read_bounds(value, bounds);
   } catch (const std::exception& e) {
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to load IO connection params: %s\n"), e.what()));
     return false;
@@ -66,5 +83,7 @@ Value IO_Connection_Factory::Options::dump() const {
                 {"retry_seconds", retry_seconds},
                 {"is_restore", is_restore},
                 {"device_uuid", device_uuid},
-                {"client_io_opts", client_io_opts.dump()}};
+                {"client_io_opts", client_io_opts.dump()},
+                {"local_pool_roots", json_spirit::Array(bounds.local_roots.begin(), bounds.local_roots.end())},
+                {"require_tls", bounds.require_tls}};
 }

@@ -13,7 +13,6 @@
 #include "tests/integration/ceph/pool_fixture.h"
 #include "utils/agent/ceph/ceph_image_backup.h"
 #include "utils/agent/ceph/ceph_image_writer.h"
-#include "utils/agent/ceph/ceph_pointers_internal.h"
 #include "utils/agent/ceph/librbd_wrapper.h"
 #include "utils/agent/ceph/rbd_handle.h"
 #include "utils/agent/io_connection_factory.h"
@@ -154,6 +153,7 @@ TEST_F(Backup_Restore, pieces_move_through_a_pool_the_backup_server_names) {
   ASSERT_TRUE(backupd.start());
   backupd.add_pool("daily", "file://" + dir_.path());
   IO_Connection_Factory factory(Client_IO_Base::Options(), 0);
+  factory.options().bounds.local_roots = {dir_.path()};
   ASSERT_TRUE(factory.init_upstream("127.0.0.1", backupd.port(), false, ""));
   const std::string src = au_test::unique_ceph_name("bk-named");
   ASSERT_TRUE(make_image(src, 8));

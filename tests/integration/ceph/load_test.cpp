@@ -106,6 +106,7 @@ TEST_F(Load, sixteen_threads_share_one_factory_each_restoring_its_own_piece) {
                                                                      {"secret_key", s3.secret_key}}}});
   const auto pool_of = [](int k) { return k % 4 < 2 ? "load" : "objects"; };
   IO_Connection_Factory factory(Client_IO_Base::Options(), 0);
+  factory.options().bounds.local_roots = {dir.path()};
   ASSERT_TRUE(factory.init_upstream("127.0.0.1", backupd.port(), false, ""));
   const ceph::Options own_connection{"admin", au_test::ceph_conf_path(), {}};
   std::vector<Thread_Run> runs(THREADS);

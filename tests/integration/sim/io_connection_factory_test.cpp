@@ -67,9 +67,11 @@ class IO_Factory : public Backupd_Sim_Test {
     Backupd_Sim_Test::TearDown();
   }
 
-  static IO_Connection_Factory::Options options(int retry_seconds = 0) {
+  // Directory pools are allowed under the test's pool directory only.
+  IO_Connection_Factory::Options options(int retry_seconds = 0) const {
     IO_Connection_Factory::Options o;
     o.retry_seconds = retry_seconds;
+    o.bounds.local_roots = {pool_dir_.path()};
     return o;
   }
 
@@ -128,11 +130,9 @@ TEST_F(IO_Factory, a_pools_description_reaches_the_connection_options) {
          e.extra_options["preferred_source_address"] = "10.1.1.1";
          e.access_key = TENANT_KEY;
        }},
+      // The pool's claim to seal data itself keeps the agent's own sealing on.
       {"server-side", with(sealed_pool(url_), "server_side_encryption", true), sealed_template,
        [](Client_IO_Base::Options& e) {
-         e.cipher = ENCR_NONE;
-         e.key.clear();
-         e.iv.clear();
          e.node_addrs = {{1, "10.0.0.1"}, {7, "10.0.0.7"}};
          e.extra_options["preferred_source_address"] = "10.1.1.1";
          e.access_key = TENANT_KEY;
@@ -151,6 +151,7 @@ TEST_F(IO_Factory, a_pools_description_reaches_the_connection_options) {
     Client_IO_Base::Options templ = c.templ;
     templ.compression_method = COMPR_NONE;
     IO_Connection_Factory factory(std::move(templ), 0);
+    factory.options().bounds.local_roots = {pool_dir_.path()};
     std::unique_ptr<Client_IO_Ex> io = factory(c.name);
     ASSERT_TRUE(io) << c.name << "\n" << log_.dump();
     Client_IO_Base::Options expected = c.templ;
@@ -290,7 +291,8 @@ TEST_F(IO_Factory, a_piece_written_through_one_factory_is_read_back_by_another_p
   const std::string key_file = scratch.write_file("key", std::string(ACCESS_KEY) + "\n");
   const auto pool_verify = [&](const std::string& pool) {
     return au_test::run_agentutil({"pool", "verify", "--server", "127.0.0.1:" + std::to_string(sim_.port()),
-                                   "--access-key-file", key_file, pool, "job/p1", "--json"},
+                                   "--access-key-file", key_file, "--local-pool-root", pool_dir_.path(),
+                                   pool, "job/p1", "--json"},
                                   scratch.path());
   };
   const au_test::Run_Result read_back = pool_verify("sealed");
@@ -306,6 +308,42 @@ TEST_F(IO_Factory, a_piece_written_through_one_factory_is_read_back_by_another_p
   const au_test::Run_Result other = pool_verify("other-key");
   EXPECT_NE(0, other.status);
   EXPECT_NE(std::string::npos, other.err.find("damaged")) << other.err;
+}
+
+// What a description may not make the agent do: write outside the local roots it allows
+// (none by default; a link inside a root leads nowhere else), reach S3 without TLS when
+// TLS is required. Each refusal is one line naming the pool and the rule.
+TEST_F(IO_Factory, a_description_outside_the_agents_bounds_is_refused) {
+  au_test::Temp_Dir other;
+  ASSERT_EQ(0, ::symlink(other.path().c_str(), (pool_dir_ / "link").c_str()));
+  ASSERT_EQ(0, ::mkdir((pool_dir_ / "job7").c_str(), 0700));
+  const struct {
+    const char* pool;
+    std::string url;
+    bool allow_root, require_tls, connects;
+    std::string rule;
+  } cases[] = {
+      {"inside", url_ + "/job7", true, false, true, ""},
+      {"no-roots", url_, false, false, false, "is outside the allowed local pool roots (none are allowed)"},
+      {"etc", "file:///etc", true, false, false, "its url file:///etc is outside the allowed local pool roots"},
+      {"dotdot", url_ + "/../x", true, false, false, "is outside the allowed local pool roots"},
+      {"link", url_ + "/link", true, false, false, "is outside the allowed local pool roots"},
+      {"plain", "s3://127.0.0.1:1/b", true, true, false, "is plain HTTP and the agent requires TLS (s3s://)"},
+  };
+  for (const auto& c : cases) {
+    sim_.add_pool(c.pool, c.url);
+    IO_Connection_Factory::Options o = options();
+    if (!c.allow_root) o.bounds.local_roots.clear();
+    o.bounds.require_tls = c.require_tls;
+    IO_Connection_Factory factory(std::move(o));
+    log_.clear();
+    EXPECT_EQ(c.connects, factory(c.pool) != nullptr) << c.pool << "\n" << log_.dump();
+    if (!c.connects) {
+      EXPECT_EQ(1u, log_.records().size()) << log_.dump();
+      EXPECT_TRUE(log_.has_fragment(LM_ERROR, std::string("Refused pool '") + c.pool + "': " )) << log_.dump();
+      EXPECT_TRUE(log_.has_fragment(LM_ERROR, c.rule)) << c.pool << "\n" << log_.dump();
+    }
+  }
 }
 
 TEST_F(IO_Factory, the_rpc_listener_is_used_for_data_only_once_the_agent_has_one) {
