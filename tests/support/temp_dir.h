@@ -23,9 +23,12 @@ class Temp_Dir {
 
   const std::string& path() const { return path_; }
   std::string operator/(const std::string& leaf) const { return path_ + "/" + leaf; }
+  // Mode 0600, as a file holding a secret must be.
   std::string write_file(const std::string& leaf, const std::string& content) const {
-    std::ofstream(*this / leaf, std::ios::binary) << content;
-    return *this / leaf;
+    const std::string path = *this / leaf;
+    std::ofstream(path, std::ios::binary) << content;
+    ::chmod(path.c_str(), 0600);
+    return path;
   }
 
  private:

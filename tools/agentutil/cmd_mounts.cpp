@@ -23,14 +23,16 @@ struct Mount_Row {
   }
 };
 
-// A URL's password, should one be written into it, stays off the screen.
+// A URL's password, should one be written into it, stays off the screen. Passwords are
+// not always %-escaped in mount URLs, so a '/' or '@' may be part of one: everything from
+// the first ':' after the scheme to the last '@' is hidden. A URL whose path holds an '@'
+// then shows less than it could, never a password.
 std::string without_password(const std::string& url) {
   const auto scheme_end = url.find("://");
   if (scheme_end == std::string::npos) return url;
   const auto authority = scheme_end + 3;
-  const auto at = url.find('@', authority);
-  const auto slash = url.find('/', authority);
-  if (at == std::string::npos || (slash != std::string::npos && slash < at)) return url;
+  const auto at = url.rfind('@');
+  if (at == std::string::npos || at < authority) return url;
   const auto colon = url.find(':', authority);
   if (colon == std::string::npos || colon > at) return url;
   return url.substr(0, colon + 1) + "<redacted>" + url.substr(at);

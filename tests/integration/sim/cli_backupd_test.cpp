@@ -92,16 +92,26 @@ TEST_F(Agentutil_Backupd, catalogs_list_all_or_the_first) {
   ASSERT_EQ(0, first.status) << first.err;
   EXPECT_EQ(parse(R"({"name":"c1"})"), parse(first.out));
 
-  // A missing listing, the server refusing a request without the key, and a key file
-  // holding only a line end (refused before anything is sent).
+  // A missing listing, the server refusing a request without the key; refused before
+  // anything is sent: a key file holding only a line end, a key file others can read,
+  // plain HTTP to a host off this machine (192.0.2.1, never reached).
   const std::size_t asked = sim_.requests().size();
-  const Run_Result blank_key = au_test::run_agentutil(
-      {"backupd", "--access-key-file", dir_.write_file("blank", "\r\n"), "--server", server_, "catalogs", path},
-      dir_.path());
+  const auto with_key = [&](const std::string& file, const std::string& server) {
+    return au_test::run_agentutil({"backupd", "--access-key-file", file, "--server", server, "catalogs", path},
+                                  dir_.path());
+  };
+  const Run_Result blank_key = with_key(dir_.write_file("blank", "\r\n"), server_);
   EXPECT_NE(std::string::npos, blank_key.err.find("access key is empty")) << blank_key.err;
+  const std::string open_file = dir_.write_file("open", "k3y\n");
+  ::chmod(open_file.c_str(), 0644);
+  const Run_Result open_key = with_key(open_file, server_);
+  EXPECT_NE(std::string::npos, open_key.err.find("is open to group or others (mode 0644); chmod 600 it"))
+      << open_key.err;
+  const Run_Result remote = with_key(dir_.write_file("key", "k3y\n"), "192.0.2.1:8080");
+  EXPECT_NE(std::string::npos, remote.err.find("refusing plain HTTP to 192.0.2.1")) << remote.err;
   EXPECT_EQ(asked, sim_.requests().size());
-  for (const Run_Result& failed :
-       {backupd("catalogs", {"/d2/r/catalogs/none"}), backupd("catalogs", {path}, false), blank_key}) {
+  for (const Run_Result& failed : {backupd("catalogs", {"/d2/r/catalogs/none"}), backupd("catalogs", {path}, false),
+                                   blank_key, open_key, remote}) {
     EXPECT_NE(0, failed.status);
     EXPECT_EQ(1u, line_count(failed.err)) << failed.err;
   }
