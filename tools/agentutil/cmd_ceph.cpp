@@ -161,7 +161,7 @@ bool write_all(int fd, const char* p, size_t n) {
 std::string copy_bytes(ceph::Ceph_Snapshot& snap, uint64_t offset, uint64_t length, int fd, uint64_t& done) {
   constexpr uint64_t STEP = 4 << 20;
   std::vector<char> buf(STEP);
-  cli::Progress progress("reading");
+  cli::Progress progress("reading", cli::Progress::Unit::bytes);
   for (done = 0; done < length;) {
     const uint64_t n = std::min(STEP, length - done);
     const int r = snap.read(offset + done, n, buf.data(), 0);

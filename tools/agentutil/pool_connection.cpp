@@ -1,21 +1,21 @@
 #include "tools/agentutil/pool_connection.h"
 
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
+#include <memory>
 
 #include "framework/json/reader.h"
 #include "tools/agentutil/cli_common.h"
+#include "tools/agentutil/secret_input.h"
 
 namespace cli {
 
 bool load_client_io_options(const std::string& options_file, Client_IO_Base::Options& o) {
   if (!options_file.empty()) {
-    std::ifstream in(options_file);
-    std::stringstream text;
-    text << in.rdbuf();
+    // The file holds pool keys (S3, encryption): private, as any secret.
+    std::string text;
+    if (!read_private_file(options_file, "client I/O options", text)) return false;
     json_spirit::Value doc;
-    if (!in || !json_spirit::read(text.str(), doc)) {
+    if (!json_spirit::read(text, doc)) {
       fail("cannot read client I/O options from " + options_file);
       return false;
     }
@@ -36,6 +36,24 @@ bool connect_pool(const std::string& url, const std::string& options_file, Clien
   if (!load_client_io_options(options_file, o)) return false;
   if (io.connect(url, o)) return true;
   fail("cannot reach pool " + url + ": " + io.last_error());
+  return false;
+}
+
+Piece_Chain::Connect pool_connector(const std::string& url, const std::string& options_file) {
+  return [url, options_file]() -> std::unique_ptr<Client_IO_Base> {
+    auto io = std::make_unique<Client_IO_Ex>();
+    if (!connect_pool(url, options_file, *io)) return nullptr;
+    return io;
+  };
+}
+
+bool load_chain(const Piece_Chain::Connect& connect, const std::vector<std::string>& pieces,
+                Piece_Chain& chain) {
+  const bool ok = pieces.size() == 1 ? chain.load_from_newest(connect, pieces.front())
+                                     : chain.load_list(connect, pieces);
+  if (ok) return true;
+  fail(pieces.size() == 1 ? "no valid chain ends at piece " + pieces.front()
+                          : "the pieces given are not one valid chain, oldest first");
   return false;
 }
 

@@ -5,7 +5,9 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
+#include "framework/chain/piece_chain.h"
 #include "framework/client_io/client_io_ex.h"
 
 namespace cli {
@@ -16,5 +18,14 @@ bool load_client_io_options(const std::string& options_file, Client_IO_Base::Opt
 
 // `io` connected to `url`. False after printing the failure line.
 bool connect_pool(const std::string& url, const std::string& options_file, Client_IO_Ex& io);
+
+// New connections to `url`, one per call (null after printing the failure line): what a
+// chain reads its pieces through.
+Piece_Chain::Connect pool_connector(const std::string& url, const std::string& options_file);
+
+// One name: the chain ending at that piece, followed by its base links. Several: an
+// explicit chain, oldest first, checked. False after printing the failure line.
+bool load_chain(const Piece_Chain::Connect& connect, const std::vector<std::string>& pieces,
+                Piece_Chain& chain);
 
 }  // namespace cli

@@ -128,9 +128,9 @@ TEST_F(Agentutil_Ceph, listings_have_headings_and_read_returns_the_snapshot_byte
   EXPECT_EQ("wrote 20 bytes from offset " + std::to_string(MiB - 10) + " to " + out + "\n", read.out);
 }
 
-// A full and an incremental backup into a directory pool, restored in order into an image
-// the tool makes: the same bytes as the source snapshot; a piece missing from the pool
-// ends in one line and stores nothing.
+// A full and a linked incremental backup into a directory pool, restored by the newest
+// piece into an image the tool makes: the same bytes as the source snapshot. The same
+// pieces given in the wrong order, or a piece missing from the pool, end in one line.
 TEST_F(Agentutil_Ceph, backup_and_restore_give_the_snapshot_back) {
   const std::string name = au_test::unique_ceph_name("cli-bk");
   ASSERT_TRUE(make_image(name, 12));
@@ -143,14 +143,14 @@ TEST_F(Agentutil_Ceph, backup_and_restore_give_the_snapshot_back) {
   const Run_Result full = ceph({"--json", "backup", image + "@s1", "--pool", pool, "--piece", "p1"});
   ASSERT_EQ(0, full.status) << full.err;
   EXPECT_EQ(json_spirit::Value(12 * MiB), parse_json(full.out).get_obj().at("image_size")) << full.out;
-  const Run_Result incr = ceph({"backup", image + "@s2", "--from", "s1", "--pool", pool, "--piece", "p2"});
+  const Run_Result incr = ceph({"backup", image + "@s2", "--base", "p1", "--pool", pool, "--piece", "p2"});
   ASSERT_EQ(0, incr.status) << incr.err;
   EXPECT_NE(std::string::npos, incr.out.find("2 extents on a 64 KiB grid")) << incr.out;
   EXPECT_FALSE(au_test::has_trailing_blanks(incr.out)) << incr.out;
 
   cleanup_.image(name + "-r");
   const Run_Result restore =
-      ceph({"--json", "restore", image + "-r", "--pool", pool, "--piece", "p1", "--piece", "p2"});
+      ceph({"--json", "restore", image + "-r", "--pool", pool, "--piece", "p2"});
   ASSERT_EQ(0, restore.status) << restore.err;
   EXPECT_EQ(json_spirit::Value(2), parse_json(restore.out).get_obj().at("pieces")) << restore.out;
   std::string source, restored;
@@ -158,9 +158,13 @@ TEST_F(Agentutil_Ceph, backup_and_restore_give_the_snapshot_back) {
   ASSERT_TRUE(au_test::run_ceph_cli("rbd export --no-progress " + POOL + "/" + name + "-r - | md5sum", &restored));
   EXPECT_EQ(source, restored);
 
-  const Run_Result missing = ceph({"restore", image + "-r", "--pool", pool, "--piece", "p3"});
-  EXPECT_EQ(1, missing.status);
-  EXPECT_EQ(1u, au_test::line_count(missing.err)) << missing.err;
+  for (const std::vector<std::string>& pieces : {std::vector<std::string>{"p2", "p1"}, {"p3"}}) {
+    std::vector<std::string> args{"restore", image + "-r", "--pool", pool};
+    for (const std::string& p : pieces) args.insert(args.end(), {"--piece", p});
+    const Run_Result refused = ceph(args);
+    EXPECT_EQ(1, refused.status) << pieces.front();
+    EXPECT_EQ(1u, au_test::line_count(refused.err)) << refused.err;
+  }
 }
 
 // Ceph prints to stderr while it fails to connect; a program that binds the Ceph
