@@ -5,7 +5,11 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <cstring>
 
+#include "framework/base/base64.h"
+#include "framework/base/hex_string.h"
+#include "framework/client_io/s3_replies_internal.h"
 #include "framework/http/curl_error_kind.h"
 
 namespace {
@@ -90,7 +94,14 @@ struct S3_Attempt::State {
   static size_t on_header(char* p, size_t size, size_t n, void* self) {
     auto* x = static_cast<State*>(self);
     const size_t len = size * n;
-    if (len > 5 && ::strncasecmp(p, "etag:", 5) == 0) {
+    static const char SSE[] = "x-amz-server-side-encryption:";
+    static const char SSE_C[] = "x-amz-server-side-encryption-customer-algorithm:";
+    if (len > sizeof SSE && ::strncasecmp(p, SSE, sizeof SSE - 1) == 0) {
+      const std::string v(p + sizeof SSE - 1, len - (sizeof SSE - 1));
+      if (v.find("aws:kms") != std::string::npos) x->reply.etag_not_md5 = true;
+    } else if (len > sizeof SSE_C && ::strncasecmp(p, SSE_C, sizeof SSE_C - 1) == 0) {
+      x->reply.etag_not_md5 = true;
+    } else if (len > 5 && ::strncasecmp(p, "etag:", 5) == 0) {
       std::string v(p + 5, len - 5);
       v.erase(0, v.find_first_not_of(" \t"));
       v.erase(v.find_last_not_of(" \t\r\n") + 1);
@@ -164,6 +175,11 @@ void S3_Attempt::prepare(CURL* curl) {
   // "Expect:" to skip 100-continue would be signed but not sent: the signature fails.)
   x.headers = curl_slist_append(nullptr, "x-amz-content-sha256: UNSIGNED-PAYLOAD");
   if (!x.range.empty()) x.headers = curl_slist_append(x.headers, ("Range: " + x.range).c_str());
+  // The server refuses a body that does not match it (BadDigest): bytes changed on the
+  // way never land.
+  if (!x.rq.md5.empty()) {
+    x.headers = curl_slist_append(x.headers, ("Content-MD5: " + base64_encode(x.rq.md5.data(), x.rq.md5.size())).c_str());
+  }
   const std::string method = x.rq.method;
   if (method == "HEAD") {
     curl_easy_setopt(curl, CURLOPT_NOBODY, 1L);
@@ -194,8 +210,10 @@ bool S3_Attempt::judge(CURL* curl, int curl_code, std::string& error, bool& retr
   curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, nullptr);
   const CURLcode rc = static_cast<CURLcode>(curl_code);
   retryable = false;
+  // What the server may have acted on goes again only when a repeat is harmless.
+  const bool resend = std::strcmp(x.rq.method, "POST") != 0 || x.rq.repeatable;
   if (rc != CURLE_OK) {
-    retryable = curl_error_is_transient(rc);
+    retryable = curl_error_is_transient(rc) && (resend || curl_error_is_unsent(rc));
     error = x.what + ": " + (x.broke ? x.broke : (x.errbuf[0] ? x.errbuf : curl_easy_strerror(rc)));
     return false;
   }
@@ -205,11 +223,22 @@ bool S3_Attempt::judge(CURL* curl, int curl_code, std::string& error, bool& retr
   x.reply.content_length = length;
   // A 200 may still carry an error document (a failed multipart completion).
   const bool error_doc = !x.rq.into && x.reply.body.find("<Error>") != std::string::npos;
-  if (x.reply.status / 100 == 2 && !error_doc) return true;
+  if (x.reply.status / 100 == 2 && !error_doc) {
+    if (x.rq.md5.empty() || x.reply.etag_not_md5) return true;
+    const std::string etag = s3_bare_etag(x.reply.etag);
+    if (etag == hex_encode(x.rq.md5.data(), x.rq.md5.size())) return true;
+    // The server holds other bytes than were sent, or says so: final either way.
+    x.reply.etag_mismatch = true;
+    const bool shown = !etag.empty() && etag.size() <= 64 &&
+                       etag.find_first_not_of("0123456789abcdefghijklmnopqrstuvwxyz-") == std::string::npos;
+    error = x.what + ": the ETag answered (" + (shown ? etag : etag.empty() ? "none" : "unreadable") +
+            ") is not the MD5 of the bytes sent";
+    return false;
+  }
   std::string code;
   size_t at = 0;
   if (!xml_next(x.reply.body, "Code", at, code)) code = "no error code";
-  retryable = x.reply.status >= 500 || (error_doc && x.reply.status / 100 == 2);
+  retryable = resend && (x.reply.status >= 500 || (error_doc && x.reply.status / 100 == 2));
   error = x.what + ": HTTP " + std::to_string(x.reply.status) + " " + code;
   return false;
 }

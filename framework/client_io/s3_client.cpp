@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "framework/base/exponential_backoff.h"
+#include "framework/client_io/s3_replies_internal.h"
 #include "framework/http/curl_global.h"
 
 std::string s3_escape(const std::string& text) {
@@ -129,16 +130,29 @@ bool S3_Client::attempt(const Request& rq, Reply& reply, std::string& error, boo
 
 bool S3_Client::request(const Request& rq, Reply& reply, std::string& error) {
   bool retryable = false;
-  if (attempt(rq, reply, error, retryable)) return true;
+  unsigned tries = 1;
+  if (attempt(rq, reply, error, retryable)) return (reply.tries = tries), true;
   for (unsigned delay_ms : exponential_backoff(endpoint_.retry_backoff_ms, endpoint_.retry_count, 30000, true)) {
-    if (!retryable) return false;
+    if (!retryable) break;
     std::this_thread::sleep_for(std::chrono::milliseconds(delay_ms));
+    ++tries;
     if (attempt(rq, reply, error, retryable)) {
       error.clear();  // the earlier attempts' reasons are history
-      return true;
+      return (reply.tries = tries), true;
     }
   }
+  reply.tries = tries;
   return false;
+}
+
+// Best effort: the caller already has its failure.
+void S3_Client::discard(const std::string& key) {
+  Request rq;
+  rq.method = "DELETE";
+  rq.key = key;
+  Reply reply;
+  std::string ignored;
+  request(rq, reply, ignored);
 }
 
 int64_t S3_Client::head(const std::string& key, std::string& error) {
@@ -184,14 +198,18 @@ ssize_t S3_Client::get_range(const std::string& key, uint64_t offset, void* buf,
   return static_cast<ssize_t>(len);
 }
 
-bool S3_Client::put(const std::string& key, const char* data, size_t len, std::string& error) {
+bool S3_Client::put(const std::string& key, const char* data, size_t len, std::string& error,
+                    const std::string& md5) {
   Request rq;
   rq.method = "PUT";
   rq.key = key;
   rq.upload = data;
   rq.upload_len = len;
+  rq.md5 = md5.empty() ? s3_md5(data, len) : md5;
   Reply reply;
-  return request(rq, reply, error);
+  if (request(rq, reply, error)) return true;
+  if (reply.etag_mismatch) discard(key);
+  return false;
 }
 
 bool S3_Client::create_upload(const std::string& key, std::string& upload_id, std::string& error) {
@@ -201,21 +219,23 @@ bool S3_Client::create_upload(const std::string& key, std::string& upload_id, st
   rq.query = "uploads=";
   Reply reply;
   if (!request(rq, reply, error)) return false;
-  size_t at = 0;
-  if (!xml_next(reply.body, "UploadId", at, upload_id) || upload_id.empty()) {
+  upload_id = s3_upload_id(reply.body);
+  if (upload_id.empty()) {
     return (error = "S3 POST " + key + "?uploads: no upload id in the reply"), false;
   }
   return true;
 }
 
 S3_Client::Request S3_Client::part_request(const std::string& key, const std::string& upload_id,
-                                           unsigned part, const char* data, size_t len) {
+                                           unsigned part, const char* data, size_t len,
+                                           const std::string& md5) {
   Request rq;
   rq.method = "PUT";
   rq.key = key;
   rq.query = "partNumber=" + std::to_string(part) + "&uploadId=" + s3_escape(upload_id);
   rq.upload = data;
   rq.upload_len = len;
+  rq.md5 = md5;
   return rq;
 }
 
@@ -228,13 +248,14 @@ bool S3_Client::part_reply_ok(const Request& rq, const Reply& reply, std::string
 
 bool S3_Client::upload_part(const std::string& key, const std::string& upload_id, unsigned part,
                             const char* data, size_t len, std::string& etag, std::string& error) {
-  const Request rq = part_request(key, upload_id, part, data, len);
+  const Request rq = part_request(key, upload_id, part, data, len, s3_md5(data, len));
   Reply reply;
   return request(rq, reply, error) && part_reply_ok(rq, reply, etag, error);
 }
 
 bool S3_Client::complete_upload(const std::string& key, const std::string& upload_id,
-                                const std::vector<std::string>& etags, std::string& error) {
+                                const std::vector<std::string>& etags, uint64_t size,
+                                std::string& error) {
   std::string body = "<CompleteMultipartUpload>";
   for (size_t i = 0; i < etags.size(); ++i) {
     body += "<Part><PartNumber>" + std::to_string(i + 1) + "</PartNumber><ETag>" + etags[i] +
@@ -247,8 +268,32 @@ bool S3_Client::complete_upload(const std::string& key, const std::string& uploa
   rq.query = "uploadId=" + s3_escape(upload_id);
   rq.upload = body.data();
   rq.upload_len = body.size();
+  rq.repeatable = true;  // the upload id makes it one completion, whatever the repeats
   Reply reply;
-  return request(rq, reply, error);
+  const std::string expected = s3_multipart_etag(etags);
+  if (request(rq, reply, error)) {
+    const std::string got = s3_bare_etag(s3_completed_etag(reply.body));
+    if (expected.empty() || !s3_etag_is_md5(got) || got == expected) return true;
+    error = "S3 POST " + endpoint_.bucket + "/" + endpoint_.prefix + key + ": the object's ETag " +
+            got + " is not the one of the parts sent (" + expected + ")";
+    discard(key);
+    return false;
+  }
+  // A try whose answer was lost may have completed the upload; the object then tells.
+  if (reply.tries < 2 || reply.status != 404 || s3_error_code(reply.body) != "NoSuchUpload") return false;
+  Request head;
+  head.method = "HEAD";
+  head.key = key;
+  Reply found;
+  std::string why;
+  if (!request(head, found, why)) return (error += ", and the object could not be checked: " + why), false;
+  const std::string etag = s3_bare_etag(found.etag);
+  if (found.content_length != static_cast<int64_t>(size) ||
+      (!expected.empty() && s3_etag_is_md5(etag) && etag != expected)) {
+    return (error += ", and the object there is not the one sent"), false;
+  }
+  error.clear();
+  return true;
 }
 
 bool S3_Client::abort_upload(const std::string& key, const std::string& upload_id, std::string& error) {
@@ -261,29 +306,16 @@ bool S3_Client::abort_upload(const std::string& key, const std::string& upload_i
 }
 
 bool S3_Client::list(const std::string& prefix, std::vector<std::string>& names, std::string& error) {
-  std::vector<std::string> found;
+  S3_Listing listing(endpoint_.prefix, endpoint_.max_list_keys, endpoint_.max_list_pages);
   std::string token;
   do {
     Request rq;
     rq.query = (token.empty() ? "" : "continuation-token=" + s3_escape(token) + "&") +
                "list-type=2&prefix=" + s3_escape(endpoint_.prefix + prefix);
     Reply reply;
-    if (!request(rq, reply, error)) return false;
-    std::string key, truncated;
-    for (size_t at = 0; xml_next(reply.body, "Key", at, key);) {
-      if (key.compare(0, endpoint_.prefix.size(), endpoint_.prefix) == 0) {
-        found.push_back(key.substr(endpoint_.prefix.size()));
-      }
-    }
-    size_t at = 0;
-    token.clear();
-    if (xml_next(reply.body, "IsTruncated", at, truncated) && truncated == "true") {
-      at = 0;
-      if (!xml_next(reply.body, "NextContinuationToken", at, token) || token.empty()) {
-        return (error = "S3 listing truncated without a continuation token"), false;
-      }
-    }
+    if (!request(rq, reply, error) || !listing.take(reply.body, token, error)) return false;
   } while (!token.empty());
+  std::vector<std::string>& found = listing.names();
   std::sort(found.begin(), found.end());
   names.swap(found);
   return true;
@@ -294,7 +326,5 @@ bool S3_Client::create_bucket(std::string& error) {
   rq.method = "PUT";
   Reply reply;
   if (request(rq, reply, error)) return true;
-  std::string code;
-  size_t at = 0;
-  return xml_next(reply.body, "Code", at, code) && code == "BucketAlreadyOwnedByYou";
+  return s3_error_code(reply.body) == "BucketAlreadyOwnedByYou";
 }

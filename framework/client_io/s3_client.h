@@ -2,6 +2,9 @@
 //
 // Requests go path-style to http(s)://host:port/bucket/key. Each one is retried with
 // doubling delays on transport errors and 5xx answers only; any other answer is final.
+// As everywhere in the library, a POST goes again only when no connection was made,
+// unless its caller makes a repeat harmless (a multipart completion). Bodies go out with
+// their Content-MD5, and the ETag answered must be that MD5.
 // Error texts name the method, the object and the server's error code, never a key.
 // One client is one libcurl handle with its kept-alive connection: one thread at a time.
 // S3_Attempt is one try of a request, split so that a multi handle can run several.
@@ -32,6 +35,9 @@ struct S3_Endpoint {
   uint32_t io_timeout_ms = 60000;
   uint32_t retry_count = 3;
   uint32_t retry_backoff_ms = 200;
+  // A listing longer than this fails: a gateway must not make one run for ever.
+  uint64_t max_list_keys = 1000000;
+  uint64_t max_list_pages = 10000;
 };
 
 // "s3://host:port/bucket[/prefix]" or "s3s://..." with the options' keys, time-outs,
@@ -58,6 +64,11 @@ class S3_Client {
     std::string body;  // error documents and listings
     std::string etag;
     int64_t content_length = -1;
+    // The server encrypted with keys of its own (SSE-KMS, SSE-C): its ETag is no MD5.
+    bool etag_not_md5 = false;
+    // A 2xx answer whose ETag was not the MD5 of the body sent.
+    bool etag_mismatch = false;
+    unsigned tries = 0;  // by request(), this answer's included
   };
 
   explicit S3_Client(const S3_Endpoint& endpoint);
@@ -77,6 +88,11 @@ class S3_Client {
     // Instead of `range` and `into`, on S3_Transfers only. Only a 206 answering exactly
     // its range (or a 200 to one from 0) reaches it.
     S3_Body_Sink* sink = nullptr;
+    // The body's MD5 (16 bytes) or "": sent as Content-MD5, and a 2xx answer's ETag must
+    // be its hex unless the server says it encrypted with keys of its own.
+    std::string md5;
+    // A POST that may go again after the server may have acted on it.
+    bool repeatable = false;
   };
 
   // One signed request with its retries. True for a 2xx answer without an S3 error
@@ -88,12 +104,19 @@ class S3_Client {
   // Bytes of [offset, offset + len) into buf; fewer only at the end of the object.
   ssize_t get_range(const std::string& key, uint64_t offset, void* buf, size_t len,
                     int64_t object_size, std::string& error);
-  bool put(const std::string& key, const char* data, size_t len, std::string& error);
+  // `md5`: the data's, when the caller has it already. An object that lands with another
+  // ETag is deleted again.
+  bool put(const std::string& key, const char* data, size_t len, std::string& error,
+           const std::string& md5 = std::string());
   bool create_upload(const std::string& key, std::string& upload_id, std::string& error);
   bool upload_part(const std::string& key, const std::string& upload_id, unsigned part,
                    const char* data, size_t len, std::string& etag, std::string& error);
+  // Completes an upload of `size` bytes in parts with these ETags. When its ETag tells,
+  // the object must be made of exactly them (or it is deleted again). A repeat that finds
+  // the upload gone succeeds only if the object there has the size, and where it tells the
+  // ETag, of what was sent: an earlier try may have completed it.
   bool complete_upload(const std::string& key, const std::string& upload_id,
-                       const std::vector<std::string>& etags, std::string& error);
+                       const std::vector<std::string>& etags, uint64_t size, std::string& error);
   bool abort_upload(const std::string& key, const std::string& upload_id, std::string& error);
   // Keys under the pool's prefix + `prefix`, with the pool's prefix taken off.
   bool list(const std::string& prefix, std::vector<std::string>& names, std::string& error);
@@ -104,7 +127,7 @@ class S3_Client {
   static Request range_request(const std::string& key, uint64_t offset, void* buf, size_t len);
   static bool range_reply_ok(const Request& rq, size_t len, const Reply& reply, std::string& error);
   static Request part_request(const std::string& key, const std::string& upload_id, unsigned part,
-                              const char* data, size_t len);
+                              const char* data, size_t len, const std::string& md5);
   static bool part_reply_ok(const Request& rq, const Reply& reply, std::string& etag,
                             std::string& error);
 
@@ -112,6 +135,7 @@ class S3_Client {
 
  private:
   bool attempt(const Request& rq, Reply& reply, std::string& error, bool& retryable);
+  void discard(const std::string& key);
 
   S3_Endpoint endpoint_;
   CURL* curl_ = nullptr;

@@ -12,12 +12,14 @@
 
 namespace {
 
+const char DATA_ETAG[] = "\"8d777f385d3dfec8815d20f7496026dc\"";  // MD5 of "data"
+
 class S3_Client_Test : public ::testing::Test {
  protected:
   void SetUp() override {
     server.on("PUT", "/b/flaky", [this](const httplib::Request&, httplib::Response& res) {
       res.status = ++flaky_calls <= 2 ? 503 : 200;
-      res.set_header("ETag", "\"e1\"");
+      res.set_header("ETag", DATA_ETAG);
     });
     server.on("PUT", "/b/denied", [](const httplib::Request&, httplib::Response& res) {
       res.status = 403;
@@ -36,12 +38,12 @@ class S3_Client_Test : public ::testing::Test {
     server.on("GET", "/b", [](const httplib::Request& req, httplib::Response& res) {
       if (!req.has_param("continuation-token")) {
         res.set_content("<ListBucketResult><IsTruncated>true</IsTruncated>"
-                        "<Contents><Key>pool/a&amp;b</Key></Contents>"
+                        "<Contents><Key>pool/&#65;&lt;</Key></Contents>"
                         "<NextContinuationToken>t/2=</NextContinuationToken></ListBucketResult>",
                         "application/xml");
       } else {
         res.set_content("<ListBucketResult><IsTruncated>false</IsTruncated>"
-                        "<Contents><Key>pool/&#65;&lt;</Key></Contents></ListBucketResult>",
+                        "<Contents><Key>pool/a&amp;b</Key></Contents></ListBucketResult>",
                         "application/xml");
       }
     });
@@ -98,11 +100,12 @@ TEST_F(S3_Client_Test, retries_only_server_errors_and_signs_without_sending_the_
       EXPECT_EQ(r.body, "data");
       EXPECT_EQ(r.header("Authorization").rfind("AWS4-HMAC-SHA256 Credential=AKIDTEST/", 0), 0u);
       EXPECT_EQ(r.header("x-amz-content-sha256"), "UNSIGNED-PAYLOAD");
+      EXPECT_EQ(r.header("Content-MD5"), multi ? "" : "jXd/OF09/siBXSD3SWAm3A==");
       for (const auto& h : r.headers) EXPECT_EQ(h.second.find("s3cr3t"), std::string::npos);
     }
   }
   std::string error;
-  EXPECT_TRUE(client.complete_upload("late", "id", {"\"e1\""}, error)) << error;
+  EXPECT_TRUE(client.complete_upload("late", "id", {"\"e1\""}, 4, error)) << error;
   EXPECT_EQ(late_calls, 2);
 }
 
@@ -126,7 +129,7 @@ TEST(S3_Client_TLS, s3s_verifies_the_gateway_certificate) {
   au_test::Self_Signed_Certificate cert;
   ASSERT_TRUE(cert.ok());
   au_test::HTTP_Test_Server server(cert);
-  server.on("PUT", "/b/k", [](const httplib::Request&, httplib::Response& res) { res.set_header("ETag", "\"e\""); });
+  server.on("PUT", "/b/k", [](const httplib::Request&, httplib::Response& res) { res.set_header("ETag", DATA_ETAG); });
   ASSERT_TRUE(server.start());
   for (bool with_ca : {true, false}) {
     Client_IO_Base::Options o;

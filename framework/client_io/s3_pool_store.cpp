@@ -4,6 +4,7 @@
 #include <deque>
 #include <map>
 
+#include "framework/client_io/s3_replies_internal.h"
 #include "framework/client_io/s3_transfers.h"
 
 namespace {
@@ -155,6 +156,7 @@ class S3_Writer : public Pool_Object_Writer {
     while (len > 0) {
       const size_t n = std::min<size_t>({len, part_size_ - part_.size(), COPY_SLICE});
       part_.append(p, n);
+      md5_.add(p, n);  // a slice at a time, while it is hot in cache
       p += n;
       len -= n;
       // A full part goes out only once more bytes follow: the last part may be small.
@@ -166,11 +168,11 @@ class S3_Writer : public Pool_Object_Writer {
 
   bool commit(std::string& error) override {
     if (upload_id_.empty()) {
-      if (!client_.put(key_, part_.data(), part_.size(), error)) return false;
+      if (!client_.put(key_, part_.data(), part_.size(), error, md5_.finish())) return false;
       return done_ = true;
     }
     if (!send_part(error) || !drain(0, error)) return false;
-    if (!client_.complete_upload(key_, upload_id_, etags_, error)) return false;
+    if (!client_.complete_upload(key_, upload_id_, etags_, sent_, error)) return false;
     return done_ = true;
   }
 
@@ -186,7 +188,8 @@ class S3_Writer : public Pool_Object_Writer {
     if (!drain(PARTS_IN_FLIGHT - 1, error)) return false;
     in_flight_.push_back(Part{std::move(part_), {}, 0});
     Part& p = in_flight_.back();
-    p.rq = S3_Client::part_request(key_, upload_id_, ++parts_, p.data.data(), p.data.size());
+    p.rq = S3_Client::part_request(key_, upload_id_, ++parts_, p.data.data(), p.data.size(), md5_.finish());
+    sent_ += p.data.size();
     p.id = transfers_.start(p.rq);
     part_.swap(spare_);  // the buffer of a part already sent, its pages touched
     part_.clear();
@@ -222,6 +225,8 @@ class S3_Writer : public Pool_Object_Writer {
   std::string spare_;
   std::string upload_id_;
   unsigned parts_ = 0;
+  uint64_t sent_ = 0;  // bytes in the parts started
+  S3_Md5 md5_;         // of part_
   std::deque<Part> in_flight_;  // its elements stay put: requests point into their data
   std::vector<std::string> etags_;
   bool done_ = false;
