@@ -19,6 +19,14 @@ using ceph_test::rbd;
 
 class Backup_Source : public ceph_test::Backup_Fixture {};
 
+// Bytes of the RADOS objects holding data, as `rbd du` counts them.
+uint64_t allocated(const std::string& rbd_path) {
+  uint64_t bytes = 0;
+  for (const auto& [offset, length, exists] : ceph_test::rbd_diff("--whole-object " + POOL + "/" + rbd_path))
+    if (exists) bytes += length;
+  return bytes;
+}
+
 // An 8 KiB change at 60 KiB on the 64 KiB grid, 100 bytes across an object boundary, an
 // image size off the grid, and the same without the object map.
 TEST_F(Backup_Source, incrementals_hold_every_changed_byte) {
@@ -113,6 +121,7 @@ TEST_F(Backup_Source, thin_images_cost_what_they_hold) {
   EXPECT_GE(4 * 2 * object, incr.bytes_read);
   ASSERT_TRUE(restore(src + "-r", {src + "/incr"}, true)) << logs_.dump();
   EXPECT_EQ(export_sum(src + "@s2"), export_sum(src + "-r"));
+  EXPECT_GE(allocated(src + "@s2"), allocated(src + "-r")) << "a restore keeps the image thin";
 
   ASSERT_TRUE(rbd("feature disable " + POOL + "/" + src + " fast-diff"));
   ceph::Backup_Totals exact;
