@@ -59,6 +59,7 @@ void OceanStor_Sim::add_snapshot(const std::string& id, const std::string& name,
   Volume snap;
   const auto lun = volumes_.find(lun_id);
   if (lun != volumes_.end()) {
+    sync_from_device(lun->second);
     snap.size = lun->second.size;
     snap.chunks = lun->second.chunks;  // the LUN as it is now
   }
@@ -71,7 +72,10 @@ void OceanStor_Sim::add_snapshot(const std::string& id, const std::string& name,
 
 void OceanStor_Sim::write_chunk(const std::string& object_id, uint64_t chunk, const std::string& content) {
   std::lock_guard<std::mutex> lock(mutex_);
-  volumes_[object_id].chunks[chunk] = content;
+  Volume& v = volumes_[object_id];
+  sync_from_device(v);
+  v.chunks[chunk] = content;
+  write_device_chunk(v, chunk);
 }
 
 void OceanStor_Sim::add_lun_group(const std::string& id) {
@@ -275,11 +279,13 @@ Sim_Reply OceanStor_Sim::on_lun_group(const Sim_Request& request) {
     if (member != members.end()) return fail(ALREADY_IN_LUN_GROUP, "The object is already in the LUN group.");
     members.push_back(object_id);
     v->second.reads_until_unexposed = -1;
+    create_device(v->second);
     return ok(json_spirit::Object());
   }
   if (member == members.end()) return fail(NOT_IN_LUN_GROUP, "The object is not in the LUN group.");
   members.erase(member);
   v->second.reads_until_unexposed = unexpose_after_reads_ > 0 ? unexpose_after_reads_ : -1;
+  if (groups_of(object_id).empty()) remove_device(v->second);
   return ok(json_spirit::Object());
 }
 
@@ -337,6 +343,8 @@ Sim_Reply OceanStor_Sim::on_bitmap(const Sim_Request& request, bool unshared) {
   if (v == volumes_.end()) return fail(OBJECT_NOT_EXIST, "The LUN does not exist.");
   const auto base = volumes_.find(base_id);
   if (unshared && base == volumes_.end()) return fail(OBJECT_NOT_EXIST, "The base LUN does not exist.");
+  sync_from_device(v->second);
+  if (unshared) sync_from_device(base->second);
   const uint64_t chunk_bytes = chunk_kib * 1024;
   const uint64_t first = start / chunk_bytes;
   const uint64_t count = (length + chunk_bytes - 1) / chunk_bytes;

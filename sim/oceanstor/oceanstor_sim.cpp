@@ -2,6 +2,8 @@
 
 #include <httplib.h>
 
+#include <unistd.h>
+
 #include <cctype>
 #include <random>
 
@@ -60,7 +62,13 @@ void OceanStor_Sim::init() {
   server_.set_handler([this](const httplib::Request& req, httplib::Response& res) { serve(req, res); });
 }
 
-OceanStor_Sim::~OceanStor_Sim() { stop(); }
+OceanStor_Sim::~OceanStor_Sim() {
+  stop();
+  // The host's devices go with the array.
+  std::lock_guard<std::mutex> lock(mutex_);
+  for (auto& v : volumes_)
+    if (v.second.device) ::unlink(device_path(v.second).c_str());
+}
 
 bool OceanStor_Sim::start(unsigned short port) { return server_.start(port); }
 

@@ -8,6 +8,15 @@
 // chunks' contents, from which allocation and difference bitmaps follow), lun groups,
 // hosts and FC links; a detached object stays exposed for a configurable number of
 // reads. It records every request and misbehaves on demand.
+//
+// With a device directory, a LUN or snapshot mapped to any lun group is also a file there,
+// wwn-0x<WWN>, as the host would see its block device: sparse, of the object's size, each
+// chunk's content repeated to fill the chunk (unwritten chunks are holes). It appears
+// whole (written aside, then renamed) and goes when the last mapping does. Bytes written
+// to a mapped LUN's file become its chunks whenever the model is asked (bitmaps, a
+// snapshot taken, volume_bytes, write_chunk) and at the unmapping: a chunk of zeros is
+// unwritten, a chunk equal to its old content's expansion keeps that content, any other
+// chunk holds its bytes. A snapshot's file is read-only to the model.
 #pragma once
 
 #include <cstdint>
@@ -72,6 +81,12 @@ class OceanStor_Sim {
   void set_unexpose_after_reads(int reads);
   // The bitmap chunk size reported, as text (default "64", in KiB).
   void set_chunk_size_text(const std::string& text);
+  // Where mapped objects appear ("" = nowhere, the default). Set before mapping anything.
+  void set_device_dir(const std::string& dir);
+  // The object's WWN ("" for an unknown id).
+  std::string wwn(const std::string& object_id) const;
+  // `length` bytes of the object from `offset` (cut at its size) as the model has them.
+  std::string volume_bytes(const std::string& object_id, uint64_t offset, uint64_t length);
 
   // Faults for requests whose path equals `path` ("" = any); see Sim_Fault.
   void inject(const std::string& path, Sim_Fault fault);
@@ -100,6 +115,7 @@ class OceanStor_Sim {
     uint64_t size = 0;
     std::map<uint64_t, std::string> chunks;
     int reads_until_unexposed = -1;  // counting down after a detach; -1: none pending
+    bool device = false;             // its file is in the device directory
   };
   struct Host_Entry {
     std::string name;
@@ -134,6 +150,15 @@ class OceanStor_Sim {
   bool is_exposed(const std::string& id) const;
   std::vector<std::string> groups_of(const std::string& id) const;
 
+  // The device files (oceanstor_devices.cpp); callers hold mutex_.
+  uint64_t chunk_bytes() const;
+  std::string device_path(const Volume& v) const;
+  std::string chunk_bytes_of(const Volume& v, uint64_t chunk) const;
+  void create_device(Volume& v);
+  void remove_device(Volume& v);
+  void sync_from_device(Volume& v);
+  void write_device_chunk(const Volume& v, uint64_t chunk);
+
   Loopback_Server server_;
   std::string device_id_;
 
@@ -149,6 +174,7 @@ class OceanStor_Sim {
   std::map<std::string, Host_Entry> hosts_;
   int unexpose_after_reads_ = 0;
   std::string chunk_size_text_ = "64";
+  std::string device_dir_;
 
   Request_Log log_;
   std::vector<std::pair<std::string, Sim_Fault>> faults_;
