@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
@@ -15,6 +16,8 @@
 #include "tests/integration/ceph/pool_fixture.h"
 #include "tests/support/ceph_fault_injector.h"
 #include "tests/support/temp_dir.h"
+#include "framework/chain/piece_chain.h"
+#include "utils/agent/ceph/ceph_chain_restore.h"
 #include "utils/agent/ceph/ceph_group.h"
 #include "utils/agent/ceph/ceph_image_backup.h"
 #include "utils/agent/ceph/ceph_image_writer.h"
@@ -105,6 +108,22 @@ TEST_F(Fault_Injection, every_ceph_call_of_every_operation_fails_cleanly) {
     if (exists(name)) {
       EXPECT_TRUE(pool_.remove_image(name, true)) << logs_.dump();
     }
+  };
+
+  // A failed backup drops its piece.
+  const auto no_dropped_piece = [&] {
+    Client_IO_Ex io;
+    std::vector<std::string> names;
+    if (!io.connect("file://" + dir_.path(), Client_IO_Base::Options()) || !io.list("", names))
+      return std::string("an unreadable pool");
+    for (const std::string& name : names)
+      if (pieces.count(name) == 0) return "piece " + name;
+    return std::string();
+  };
+  const auto clear_pieces = [&] {
+    remove(target);
+    for (const auto& entry : std::filesystem::directory_iterator(dir_.path())) std::filesystem::remove_all(entry);
+    pieces.clear();
   };
 
   const std::vector<Scenario> scenarios = {
@@ -231,21 +250,31 @@ TEST_F(Fault_Injection, every_ceph_call_of_every_operation_fails_cleanly) {
          outcome = image_sum(target) == image_sum(src + "@s2") ? "restored" : "differs";
          return true;
        },
-       // A failed backup drops its piece.
-       [&] {
+       no_dropped_piece, clear_pieces},
+      {"chain: backup after a piece, restore into a new image",
+       [&](std::string& outcome) {
          Client_IO_Ex io;
-         std::vector<std::string> names;
-         if (!io.connect("file://" + dir_.path(), Client_IO_Base::Options()) || !io.list("", names))
-           return std::string("an unreadable pool");
-         for (const std::string& name : names)
-           if (pieces.count(name) == 0) return "piece " + name;
-         return std::string();
+         ceph::Ceph_Image_Backup b(factory_);
+         Piece_Chain chain;
+         const std::string uri = "ceph://" + POOL + "/" + src, url = "file://" + dir_.path();
+         const Piece_Chain::Connect connect = [&]() -> std::unique_ptr<Client_IO_Base> {
+           auto c = std::make_unique<Client_IO_Ex>();
+           return c->connect(url, Client_IO_Base::Options()) ? std::move(c) : nullptr;
+         };
+         const auto piece = [&](const std::string& name, const std::string& snap, bool after) {
+           const bool ok = b.open(*client_, uri + "@" + snap) &&
+                           (after ? b.backup_after(io, name, "full", 16, nullptr) : b.backup_to(io, name, "", 16, nullptr));
+           if (ok) pieces.insert(name);
+           return ok;
+         };
+         if (!(io.connect(url, Client_IO_Base::Options()) && piece("full", "s1", false) && piece("after", "s2", true) &&
+               chain.load_from_newest(connect, "after") &&
+               ceph::restore_chain_into(*client_, "ceph://" + POOL + "/" + target, chain, connect, {}, nullptr)))
+           return false;
+         outcome = image_sum(target) == image_sum(src + "@s2") ? "restored" : "differs";
+         return true;
        },
-       [&] {
-         remove(target);
-         for (const auto& entry : std::filesystem::directory_iterator(dir_.path())) std::filesystem::remove_all(entry);
-         pieces.clear();
-       }},
+       no_dropped_piece, clear_pieces},
   };
 
   au_test::Ceph_Fault_Injector injector;
