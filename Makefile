@@ -8,7 +8,7 @@ ifeq ($(CI),true)
 CMAKE_ARGS += -DAGENTUTIL_WERROR=ON
 endif
 
-.PHONY: all deps build test demo asan fuzz bench install clean
+.PHONY: all deps build test soak demo asan fuzz bench install clean
 
 all: build
 
@@ -32,6 +32,12 @@ test: build
 ifneq ($(SANITIZE),0)
 	@$(MAKE) --no-print-directory asan
 endif
+
+# The seeded random histories of backups and restores on a sandbox cluster, for many more
+# seeds than make test runs (SOAK_SEEDS: "1-200", "7,9"; a failure names its seed).
+SOAK_SEEDS ?= 1-100
+soak: build
+	@AGENTUTIL_HISTORY_SEEDS=$(SOAK_SEEDS) scripts/run-tests $(BUILD) -R Random_History --timeout 86400
 
 demo: build
 	@scripts/demo $(BUILD)
