@@ -10,6 +10,7 @@
 #include "framework/base/exponential_backoff.h"
 #include "framework/client_io/s3_replies_internal.h"
 #include "framework/http/curl_global.h"
+#include "framework/http/http_retry.h"
 
 std::string s3_escape(const std::string& text) {
   char* e = curl_easy_escape(nullptr, text.data(), static_cast<int>(text.size()));
@@ -128,21 +129,36 @@ bool S3_Client::attempt(const Request& rq, Reply& reply, std::string& error, boo
   return a.judge(curl_, curl_easy_perform(curl_), error, retryable);
 }
 
+S3_Retries::S3_Retries(const S3_Endpoint& endpoint)
+    : slot_ms_(endpoint.retry_backoff_ms),
+      count_(std::min<unsigned>(endpoint.retry_count, HTTP_Retry_Policy::MAX_RETRIES)) {
+  renew();
+}
+
+void S3_Retries::renew() {
+  delays_ = Exponential_Backoff_Iterator(slot_ms_, count_, HTTP_Retry_Policy::MAX_INTERVAL_MS, true);
+}
+
+bool S3_Retries::next(bool retryable, unsigned& delay_ms) {
+  if (!retryable || delays_ == Exponential_Backoff_Iterator()) return false;
+  delay_ms = *delays_;
+  ++delays_;
+  ++tries_;
+  return true;
+}
+
 bool S3_Client::request(const Request& rq, Reply& reply, std::string& error) {
-  bool retryable = false;
-  unsigned tries = 1;
-  if (attempt(rq, reply, error, retryable)) return (reply.tries = tries), true;
-  for (unsigned delay_ms : exponential_backoff(endpoint_.retry_backoff_ms, endpoint_.retry_count, 30000, true)) {
-    if (!retryable) break;
-    std::this_thread::sleep_for(std::chrono::milliseconds(delay_ms));
-    ++tries;
+  S3_Retries retries(endpoint_);
+  for (;;) {
+    bool retryable = false;
+    unsigned delay_ms = 0;
     if (attempt(rq, reply, error, retryable)) {
-      error.clear();  // the earlier attempts' reasons are history
-      return (reply.tries = tries), true;
+      if (retries.tries() > 1) error.clear();  // the earlier attempts' reasons are history
+      return (reply.tries = retries.tries()), true;
     }
+    if (!retries.next(retryable, delay_ms)) return (reply.tries = retries.tries()), false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(delay_ms));
   }
-  reply.tries = tries;
-  return false;
 }
 
 // Best effort: the caller already has its failure.

@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "framework/base/exponential_backoff.h"
 #include "framework/client_io/client_io_options.h"
 
 typedef void CURL;
@@ -44,6 +45,26 @@ struct S3_Endpoint {
 // retries and extra options "s3_region" and "s3_ca_file".
 bool make_s3_endpoint(const std::string& url, const Client_IO_Base::Options& options,
                       S3_Endpoint& out, std::string& error);
+
+// The retries of one S3 request, whether S3_Client or S3_Transfers runs it: after a try
+// that another may mend (S3_Attempt::judge says which, by the library's rule for what
+// may be sent again), the next of the endpoint's doubling delays, with jitter, each at
+// most the library's longest retry interval.
+class S3_Retries {
+ public:
+  S3_Retries() = default;  // none
+  explicit S3_Retries(const S3_Endpoint& endpoint);
+  // After a failed try: true with the wait before the next one; false when it is over.
+  bool next(bool retryable, unsigned& delay_ms);
+  // The delays start again (a stream that made progress).
+  void renew();
+  unsigned tries() const { return tries_; }  // the current one included
+
+ private:
+  unsigned slot_ms_ = 0, count_ = 0;
+  Exponential_Backoff_Iterator delays_;
+  unsigned tries_ = 1;
+};
 
 // Where a streaming GET's body goes as it arrives, instead of into a buffer.
 class S3_Body_Sink {

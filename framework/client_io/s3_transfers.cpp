@@ -17,7 +17,7 @@ struct S3_Transfers::Transfer {
   S3_Client::Request rq;
   S3_Client::Reply reply;
   std::unique_ptr<S3_Attempt> attempt;
-  Exponential_Backoff_Iterator backoff;
+  S3_Retries retries;
   CURL* curl = nullptr;  // while a try runs; otherwise waiting for `due`, or over
   Clock::time_point due;
   bool over = false;
@@ -45,16 +45,12 @@ S3_Transfers::Id S3_Transfers::start(const S3_Client::Request& rq) {
   std::unique_ptr<Transfer> t(new Transfer);
   t->rq = rq;
   t->attempt.reset(new S3_Attempt(endpoint_, t->rq, t->reply));
-  t->backoff = fresh_backoff();
+  t->retries = S3_Retries(endpoint_);
   Transfer& started = *t;
   const Id id = next_id_++;
   transfers_[id] = std::move(t);
   run(started);
   return id;
-}
-
-Exponential_Backoff_Iterator S3_Transfers::fresh_backoff() const {
-  return Exponential_Backoff_Iterator(endpoint_.retry_backoff_ms, endpoint_.retry_count, 30000, true);
 }
 
 void S3_Transfers::run(Transfer& t) {
@@ -100,13 +96,13 @@ void S3_Transfers::collect() {
     park(t);
     if (t.ok) t.error.clear();  // the earlier tries' reasons are history
     if (retryable && t.rq.sink && t.attempt->streamed_bytes() >= PROGRESS_THAT_RENEWS_RETRIES)
-      t.backoff = fresh_backoff();
-    if (t.ok || !retryable || t.backoff == Exponential_Backoff_Iterator()) {
+      t.retries.renew();
+    unsigned delay_ms = 0;
+    if (t.ok || !t.retries.next(retryable, delay_ms)) {
       t.over = true;
       continue;
     }
-    t.due = Clock::now() + std::chrono::milliseconds(*t.backoff);
-    ++t.backoff;
+    t.due = Clock::now() + std::chrono::milliseconds(delay_ms);
   }
 }
 

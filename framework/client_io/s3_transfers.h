@@ -1,9 +1,9 @@
 // Several S3 requests in flight at once on libcurl's multi interface, moved only by the
 // calling thread: transfers progress while it is inside pump() or wait() and otherwise
 // rest in the sockets' buffers, so the library starts no thread of its own. Each request
-// is retried with its own doubling delays on transport errors and 5xx answers only, as
-// S3_Client::request() retries; a streaming GET always resumes where it stopped, and
-// with fresh delays when the broken try brought 1 MiB or more.
+// is retried as S3_Client::request() retries it (S3_Retries); a streaming GET always
+// resumes where it stopped, and with fresh delays when the broken try brought 1 MiB or
+// more.
 #pragma once
 
 #include <chrono>
@@ -13,7 +13,6 @@
 #include <string>
 #include <vector>
 
-#include "framework/base/exponential_backoff.h"
 #include "framework/client_io/s3_client.h"
 
 typedef void CURLM;
@@ -49,7 +48,6 @@ class S3_Transfers {
   struct Transfer;
   using Clock = std::chrono::steady_clock;
 
-  Exponential_Backoff_Iterator fresh_backoff() const;
   void run(Transfer& t);
   void collect();
   void launch_due();
