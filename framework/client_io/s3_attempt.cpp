@@ -178,7 +178,8 @@ void S3_Attempt::prepare(CURL* curl) {
   // The server refuses a body that does not match it (BadDigest): bytes changed on the
   // way never land.
   if (!x.rq.md5.empty()) {
-    x.headers = curl_slist_append(x.headers, ("Content-MD5: " + base64_encode(x.rq.md5.data(), x.rq.md5.size())).c_str());
+    const std::string md5 = "Content-MD5: " + base64_encode(x.rq.md5.data(), x.rq.md5.size());
+    x.headers = curl_slist_append(x.headers, md5.c_str());
   }
   const std::string method = x.rq.method;
   if (method == "HEAD") {
