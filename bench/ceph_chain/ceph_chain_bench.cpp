@@ -57,15 +57,14 @@ struct Bench {
 
   bool restore(const std::string& newest) {
     ceph::Ceph_Client client("admin", true);
-    const Piece_Chain::Connect connect = [this]() -> std::unique_ptr<Client_IO_Base> {
+    const Piece_Chain::Connect pool = [this]() -> std::unique_ptr<Client_IO_Base> {
       auto io = std::make_unique<Client_IO_Ex>();
       if (!io->connect("file://" + dir, Client_IO_Base::Options())) return nullptr;
       return io;
     };
     Piece_Chain chain;
-    return connect(client) && chain.load_from_newest(connect, newest) &&
-           ceph::restore_chain_into(client, "ceph://" + std::string(POOL) + "/" + target, chain, connect, {},
-                                    nullptr);
+    return connect(client) && chain.load_from_newest(pool, newest) &&
+           ceph::restore_chain_into(client, "ceph://" + std::string(POOL) + "/" + target, chain, pool, {}, nullptr);
   }
 
   bool rbd(const std::vector<std::string>& args) { return cephbench::run_rbd(conf, args, nullptr); }
