@@ -234,7 +234,12 @@ bool S3_Client::create_upload(const std::string& key, std::string& upload_id, st
   rq.key = key;
   rq.query = "uploads=";
   Reply reply;
-  if (!request(rq, reply, error)) return false;
+  if (!request(rq, reply, error)) {
+    // Not sent again (a repeat could make a second upload), but one the server made
+    // before its answer was lost is taken back.
+    if (reply.status / 100 != 4) abort_strays(key);
+    return false;
+  }
   upload_id = s3_upload_id(reply.body);
   if (upload_id.empty()) {
     return (error = "S3 POST " + key + "?uploads: no upload id in the reply"), false;
@@ -310,6 +315,16 @@ bool S3_Client::complete_upload(const std::string& key, const std::string& uploa
   }
   error.clear();
   return true;
+}
+
+// Best effort: the caller already has its failure.
+void S3_Client::abort_strays(const std::string& key) {
+  Request rq;
+  rq.query = "prefix=" + s3_escape(endpoint_.prefix + key) + "&uploads=";
+  Reply reply;
+  std::string ignored;
+  if (!request(rq, reply, ignored)) return;
+  for (const std::string& id : s3_uploads_of(reply.body, endpoint_.prefix + key)) abort_upload(key, id, ignored);
 }
 
 bool S3_Client::abort_upload(const std::string& key, const std::string& upload_id, std::string& error) {

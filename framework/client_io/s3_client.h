@@ -129,6 +129,8 @@ class S3_Client {
   // ETag is deleted again.
   bool put(const std::string& key, const char* data, size_t len, std::string& error,
            const std::string& md5 = std::string());
+  // Not sent again once the server may have acted on it; an upload it may have made
+  // anyway is looked for and aborted.
   bool create_upload(const std::string& key, std::string& upload_id, std::string& error);
   bool upload_part(const std::string& key, const std::string& upload_id, unsigned part,
                    const char* data, size_t len, std::string& etag, std::string& error);
@@ -157,6 +159,7 @@ class S3_Client {
  private:
   bool attempt(const Request& rq, Reply& reply, std::string& error, bool& retryable);
   void discard(const std::string& key);
+  void abort_strays(const std::string& key);
 
   S3_Endpoint endpoint_;
   CURL* curl_ = nullptr;

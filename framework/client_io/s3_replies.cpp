@@ -72,6 +72,24 @@ std::string s3_upload_id(const std::string& body) {
   return xml_next(body, "UploadId", at, id) ? id : "";
 }
 
+std::vector<std::string> s3_uploads_of(const std::string& body, const std::string& key) {
+  std::vector<std::string> ids;
+  const std::string open = "<Upload>", close = "</Upload>";
+  for (size_t a = body.find(open); a != std::string::npos; a = body.find(open, a)) {
+    const size_t b = body.find(close, a);
+    if (b == std::string::npos) break;
+    // Each field read within its own <Upload>, from the raw text: decoded once only.
+    const std::string upload = body.substr(a + open.size(), b - a - open.size());
+    std::string k, id;
+    size_t at = 0, id_at = 0;
+    if (xml_next(upload, "Key", at, k) && k == key && xml_next(upload, "UploadId", id_at, id) && !id.empty()) {
+      ids.push_back(id);
+    }
+    a = b + close.size();
+  }
+  return ids;
+}
+
 std::string s3_completed_etag(const std::string& body) {
   std::string etag;
   size_t at = body.find("<CompleteMultipartUploadResult");

@@ -40,6 +40,8 @@ std::string s3_multipart_etag(const std::vector<std::string>& part_etags);
 std::string s3_error_code(const std::string& body);
 // The upload id of an InitiateMultipartUploadResult, "" when there is none.
 std::string s3_upload_id(const std::string& body);
+// The ids of the uploads of `key` in a ListMultipartUploadsResult.
+std::vector<std::string> s3_uploads_of(const std::string& body, const std::string& key);
 // The ETag of a CompleteMultipartUploadResult, "" when there is none.
 std::string s3_completed_etag(const std::string& body);
 

@@ -1,7 +1,8 @@
-// S3 replies are XML from the network. Every reader gets the same bytes and none may
-// crash; what they find must keep the readers' promises. The input, cut at each form
-// feed, is also a listing page after page: it must end or fail within its bounds, its
-// keys in growing order and none past the bounds.
+// S3 replies are XML from the network (listings, errors, multipart initiations, upload
+// listings, completions). Every reader gets the same bytes and none may crash; what they
+// find must keep the readers' promises. The input, cut at each form feed, is also a
+// listing page after page: it must end or fail within its bounds, its keys in growing
+// order and none past the bounds.
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -48,6 +49,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   const std::string doc(reinterpret_cast<const char*>(data), size);
   s3_error_code(doc);
   s3_upload_id(doc);
+  for (const std::string& id : s3_uploads_of(doc, "pool/p")) {
+    if (id.empty()) __builtin_trap();
+  }
   const std::string etag = s3_bare_etag(s3_completed_etag(doc));
   if (s3_etag_is_md5(etag) && etag.size() != 32 && (etag.size() < 34 || etag[32] != '-')) __builtin_trap();
   std::vector<std::string> etags;
