@@ -101,8 +101,8 @@ TEST_F(OceanStor_Devices, the_wait_sees_a_late_device_only_once_readable_and_fai
 
 TEST_F(OceanStor_Devices, a_hostile_wwn_never_becomes_a_path) {
   const std::string hostile[] = {"../../../etc/passwd", "6a8ffba1005d0000/../../0000000042", "", "6a8ffba1005d",
-                                 WWN + "0", "0x6a8ffba1005d00000000000000000042", std::string("6a8ffba1005d0000\0/x", 19),
-                                 "6a8ffba1005d0000 000000000000004"};
+                                 WWN + "0", "0x6a8ffba1005d00000000000000000042",
+                                 std::string("6a8ffba1005d0000\0/x", 19), "6a8ffba1005d0000 000000000000004"};
   for (const std::string& wwn : hostile) {
     Log_Capture log;
     std::string path = "untouched";

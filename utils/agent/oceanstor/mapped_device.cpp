@@ -55,7 +55,8 @@ Wait_Result poll(const Mapped_Device_Options& options, Done done) {
 }  // namespace
 
 bool mapped_device_path(const std::string& dir, const std::string& wwn, std::string& path) {
-  const bool hex = std::all_of(wwn.begin(), wwn.end(), [](char c) { return std::isxdigit(static_cast<unsigned char>(c)); });
+  const bool hex =
+      std::all_of(wwn.begin(), wwn.end(), [](char c) { return std::isxdigit(static_cast<unsigned char>(c)) != 0; });
   if (!hex || wwn.size() < MIN_WWN_DIGITS || wwn.size() > MAX_WWN_DIGITS) {
     ACE_ERROR((LM_ERROR, ACE_TEXT("Refused WWN '%C': not 16 to 32 hexadecimal digits.\n"), shown(wwn).c_str()));
     return false;

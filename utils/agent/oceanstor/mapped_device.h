@@ -18,6 +18,7 @@
 //   "Device of WWN '<wwn>' did not go from '<dir>' within <n> ms."
 //   "Waiting for the device of WWN '<wwn>' in '<dir>' was cancelled."
 //   "Refused WWN '<wwn>': not 16 to 32 hexadecimal digits."   (the text cut to 64 bytes)
+//   "No device directory for WWN '<wwn>'."                        (an empty `dir`)
 #pragma once
 
 #include <functional>
