@@ -69,18 +69,8 @@ struct Bench {
 
   bool rbd(const std::vector<std::string>& args) { return cephbench::run_rbd(conf, args, nullptr); }
 
-  // Milliseconds of `f`, or -1; `before` runs off the clock, the target goes afterwards.
-  double timed(const std::function<bool()>& before, const std::function<bool()>& f) {
-    bool ok = before();
-    cephbench::wait_until_quiet(conf);
-    bench::Wall_Clock c;
-    ok = ok && f();
-    const double ms = c.ms();
-    cephbench::remove_image(conf, POOL, target);
-    return ok ? ms : -1;
-  }
   double timed(const std::function<bool()>& f) {
-    return timed([] { return true; }, f);
+    return cephbench::timed_run(conf, POOL, target, [] { return true; }, f);
   }
 };
 

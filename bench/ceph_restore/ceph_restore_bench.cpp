@@ -67,17 +67,8 @@ struct Bench {
 
   bool rbd(const std::vector<std::string>& args) { return cephbench::run_rbd(conf, args, nullptr); }
 
-  // One run's milliseconds, or -1 when it failed; `before` runs off the clock, and the
-  // target image is removed afterwards. The clock starts once the cluster is quiet again:
-  // the OSD goes on working for a while after an image is removed or written.
   double timed(const std::function<bool()>& before, const std::function<bool()>& f) {
-    bool ok = before();
-    cephbench::wait_until_quiet(conf);
-    bench::Wall_Clock c;
-    ok = ok && f();
-    const double ms = c.ms();
-    cephbench::remove_image(conf, POOL, target);
-    return ok ? ms : -1;
+    return cephbench::timed_run(conf, POOL, target, before, f);
   }
 };
 

@@ -1,5 +1,8 @@
 #include "bench/common/quiet_cluster.h"
 
+#include "bench/common/busy_image.h"
+#include "bench/common/timing.h"
+
 #include <dirent.h>
 #include <unistd.h>
 
@@ -55,6 +58,17 @@ void wait_until_quiet(const std::string& conf) {
     std::this_thread::sleep_for(std::chrono::seconds(1));
     if (cpu_ms(pids) - before < 30) return;
   }
+}
+
+double timed_run(const std::string& conf, const std::string& pool, const std::string& target,
+                 const std::function<bool()>& before, const std::function<bool()>& f) {
+  bool ok = before();
+  wait_until_quiet(conf);
+  bench::Wall_Clock c;
+  ok = ok && f();
+  const double ms = c.ms();
+  remove_image(conf, pool, target);
+  return ok ? ms : -1;
 }
 
 }  // namespace cephbench
