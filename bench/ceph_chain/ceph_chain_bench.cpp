@@ -11,6 +11,8 @@
 // alternating which side goes first, each once the cluster is quiet.
 #include <unistd.h>
 
+#include <cerrno>
+
 #include <cstdio>
 #include <functional>
 #include <memory>
@@ -69,8 +71,8 @@ struct Bench {
 
   bool rbd(const std::vector<std::string>& args) { return cephbench::run_rbd(conf, args, nullptr); }
 
-  double timed(const std::function<bool()>& f) {
-    return cephbench::timed_run(conf, POOL, target, [] { return true; }, f);
+  double timed(const std::function<bool()>& f, const std::function<bool()>& before = [] { return true; }) {
+    return cephbench::timed_run(conf, POOL, target, before, f);
   }
 };
 
@@ -82,12 +84,14 @@ bool thin_image_comparisons(Bench& b, const std::string& pid) {
     return false;
   }
   const std::string diff = b.dir + "/thin.diff", src = image.qualified_name();
+  // rbd export-diff refuses to overwrite its file.
+  const auto no_diff = [&] { return ::unlink(diff.c_str()) == 0 || errno == ENOENT; };
   const bench::Paired_Medians incr = bench::alternate(
       RUNS, [&] { return b.timed([&] { return b.backup(image, "s2", "thin-s1", "thin-s2"); }); },
-      [&] { return b.timed([&] { return b.rbd({"export-diff", "--no-progress", "--from-snap", "s1", src + "@s2", diff}); }); });
+      [&] { return b.timed([&] { return b.rbd({"export-diff", "--no-progress", "--from-snap", "s1", src + "@s2", diff}); }, no_diff); });
   const bench::Paired_Medians full = bench::alternate(
       RUNS, [&] { return b.timed([&] { return b.backup(image, "s2", "", "thin-full"); }); },
-      [&] { return b.timed([&] { return b.rbd({"export-diff", "--no-progress", src + "@s2", diff}); }); });
+      [&] { return b.timed([&] { return b.rbd({"export-diff", "--no-progress", src + "@s2", diff}); }, no_diff); });
   for (const char* f : {"thin-s1", "thin-s2", "thin-full", "thin.diff"}) ::unlink((b.dir + "/" + f).c_str());
   if (!incr.ok() || !full.ok()) return false;
   bench::print_comparison("1 TiB thin image, incremental backup vs rbd export-diff", incr.ours, incr.peer);
