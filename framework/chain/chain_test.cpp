@@ -10,6 +10,7 @@
 #include "framework/chain/chain_restore.h"
 #include "framework/client_io/client_io_ex.h"
 #include "framework/client_io/image_block_writer.h"
+#include "framework/client_io/piece_fixture_test.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/temp_dir.h"
 
@@ -365,35 +366,8 @@ TEST_F(Chain_Test, chains_out_of_order_foreign_looped_or_broken_are_refused_befo
 
 // A version 1 piece as its writer left it: data, a zero record, and holes between them.
 std::string version_1_piece(const std::string& image) {
-  const uint64_t records[][2] = {{0, 3000}, {3000, 2000}, {6000, 3000}};  // the second: zeros
-  piece::Header h;
-  h.version = piece::VERSION_1;
-  h.block_size = 4096;
-  h.image_size = image.size();
-  unsigned char head[piece::HEADER_SIZE], rec[piece::RECORD_HEADER_SIZE], pos[8],
-      tail[piece::TRAILER_SIZE];
-  piece::encode(h, head);
-  std::string p(reinterpret_cast<char*>(head), sizeof head), index;
-  for (const auto& x : records) {
-    const bool data = x[0] != 3000;
-    piece::Record r;
-    r.flags = data ? piece::RECORD_DATA : piece::RECORD_ZEROS;
-    r.offset = x[0];
-    r.length = x[1];
-    r.stored_length = data ? x[1] : 0;
-    r.checksum = data ? piece::xxh3(&image[x[0]], x[1]) : 0;
-    piece::encode(r, rec);
-    piece::put64(pos, p.size());
-    index.append(reinterpret_cast<char*>(pos), 8).append(reinterpret_cast<char*>(rec), sizeof rec);
-    p.append(reinterpret_cast<char*>(rec), sizeof rec).append(data ? image.substr(x[0], x[1]) : "");
-  }
-  piece::Trailer t;
-  t.record_count = 3;
-  t.index_position = p.size();
-  t.checksum =
-      piece::xxh3((std::string(p, 0, sizeof head) + index).data(), sizeof head + index.size());
-  piece::encode(t, tail);
-  return p + index + std::string(reinterpret_cast<char*>(tail), sizeof tail);
+  return piece_test::version_1_piece(
+      {{0, image.substr(0, 3000)}, {3000, "", 2000}, {6000, image.substr(6000, 3000)}}, image.size(), 4096, false);
 }
 
 TEST_F(Chain_Test, a_version_1_piece_restores_and_consolidates_alone_and_is_no_base) {

@@ -11,6 +11,7 @@
 #include "framework/client_io/client_io_ex.h"
 #include "framework/client_io/image_block_reader.h"
 #include "framework/client_io/image_block_writer.h"
+#include "framework/client_io/record_cipher.h"
 
 namespace piece_test {
 
@@ -111,6 +112,44 @@ inline std::string expected_image(const std::vector<Extent>& extents) {
     else image.replace(e.offset, e.data.size(), e.data);
   }
   return image;
+}
+
+// A version 1 piece as that format's writer made it: XXH3-64 of each record's plain bytes,
+// sealed records bound to the header. Records stored uncompressed.
+inline std::string version_1_piece(const std::vector<Extent>& extents, uint64_t image_size, uint32_t block_size, bool sealed) {
+  piece::Header h;
+  h.version = piece::VERSION_1, h.block_size = block_size, h.image_size = image_size;
+  h.cipher = sealed ? ENCR_AES_256_GCM : ENCR_NONE;
+  std::memset(h.salt, sealed ? 7 : 0, sizeof h.salt);
+  unsigned char hb[64], rb[40], tb[piece::TRAILER_SIZE];
+  Record_Cipher c;
+  std::string tag;
+  piece::encode(h, hb);
+  if (sealed && c.init(KEY, IV, h.salt) && c.seal(piece::KEY_CHECK_RECORD, hb, 40, nullptr, 0, tag)) {
+    std::memcpy(h.key_check, tag.data(), 16);
+    piece::encode(h, hb);
+  }
+  std::string p(reinterpret_cast<char*>(hb), 64), index;
+  for (const Extent& e : extents) {
+    const bool data = !e.data.empty();
+    piece::Record r;
+    r.offset = e.offset, r.flags = data ? piece::RECORD_DATA : piece::RECORD_ZEROS;
+    r.length = data ? e.data.size() : e.zeros;
+    r.checksum = data ? piece::xxh3(e.data.data(), e.data.size()) : 0;
+    r.stored_length = data ? e.data.size() + (sealed ? 16 : 0) : 0;
+    piece::encode(r, rb);
+    std::string stored = e.data, rec(reinterpret_cast<char*>(rb), 40), aad = p.substr(0, 64) + rec;
+    if (sealed && data) EXPECT_TRUE(c.seal(index.size() / 48, aad.data(), aad.size(), e.data.data(), e.data.size(), stored));
+    index += std::string(8, '\0') + rec;
+    piece::put64(reinterpret_cast<unsigned char*>(&index[0]) + index.size() - 48, p.size());
+    p += rec + stored;
+  }
+  piece::Trailer t;
+  t.record_count = index.size() / 48, t.index_position = p.size();
+  const std::string covered = p.substr(0, 64) + index;
+  t.checksum = piece::xxh3(covered.data(), covered.size());
+  piece::encode(t, tb);
+  return p + index + std::string(reinterpret_cast<char*>(tb), sizeof tb);
 }
 
 }  // namespace piece_test

@@ -5,7 +5,6 @@
 #include <functional>
 
 #include "framework/client_io/piece_fixture_test.h"
-#include "framework/client_io/record_cipher.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/temp_dir.h"
 
@@ -71,44 +70,6 @@ struct Forge {
 
 // Sets a version 2 header's checksum to fit its bytes.
 void reseal_header(Bytes& p) { piece::put64(u(p) + 56, piece::xxh3(p.data(), 56)); }
-
-// A version 1 piece as that format's writer made it: XXH3-64 of each record's plain bytes,
-// sealed records bound to the header. Records stored uncompressed.
-Bytes v1_piece(const std::vector<Extent>& extents, uint64_t image_size, uint32_t block_size, bool sealed) {
-  piece::Header h;
-  h.version = piece::VERSION_1, h.block_size = block_size, h.image_size = image_size;
-  h.cipher = sealed ? ENCR_AES_256_GCM : ENCR_NONE;
-  std::memset(h.salt, sealed ? 7 : 0, sizeof h.salt);
-  unsigned char hb[64], rb[40], tb[piece::TRAILER_SIZE];
-  Record_Cipher c;
-  Bytes tag;
-  piece::encode(h, hb);
-  if (sealed && c.init(KEY, IV, h.salt) && c.seal(piece::KEY_CHECK_RECORD, hb, 40, nullptr, 0, tag)) {
-    std::memcpy(h.key_check, tag.data(), 16);
-    piece::encode(h, hb);
-  }
-  Bytes p(reinterpret_cast<char*>(hb), 64), index;
-  for (const Extent& e : extents) {
-    const bool data = !e.data.empty();
-    piece::Record r;
-    r.offset = e.offset, r.flags = data ? piece::RECORD_DATA : piece::RECORD_ZEROS;
-    r.length = data ? e.data.size() : e.zeros;
-    r.checksum = data ? piece::xxh3(e.data.data(), e.data.size()) : 0;
-    r.stored_length = data ? e.data.size() + (sealed ? 16 : 0) : 0;
-    piece::encode(r, rb);
-    Bytes stored = e.data, rec(reinterpret_cast<char*>(rb), 40), aad = p.substr(0, 64) + rec;
-    if (sealed && data) { EXPECT_TRUE(c.seal(index.size() / 48, aad.data(), aad.size(), e.data.data(), e.data.size(), stored)); }
-    index += Bytes(8, '\0') + rec;
-    piece::put64(u(index) + index.size() - 48, p.size());
-    p += rec + stored;
-  }
-  piece::Trailer t;
-  t.record_count = index.size() / 48, t.index_position = p.size();
-  const Bytes covered = p.substr(0, 64) + index;
-  t.checksum = piece::xxh3(covered.data(), covered.size());
-  piece::encode(t, tb);
-  return p + index + Bytes(reinterpret_cast<char*>(tb), sizeof tb);
-}
 
 class Piece_V2_Test : public ::testing::Test {
  protected:
@@ -307,7 +268,7 @@ TEST_F(Piece_V2_Test, hostile_sizes_and_counts_fail_fast) {
        "trailer (piece offset " + std::to_string(trailer_at) + "): record count and index position do not fit the piece size"},
       {"record count that wraps", [&](Bytes& p) { piece::put64(u(p) + trailer_at, ~uint64_t(0) / 48 + 2); },
        "trailer (piece offset " + std::to_string(trailer_at) + "): record count and index position do not fit the piece size"},
-      {"v1 2^60 image", [](Bytes& p) { p = v1_piece({{0, "", uint64_t(1) << 60}}, uint64_t(1) << 60, 1, false); },
+      {"v1 2^60 image", [](Bytes& p) { p = version_1_piece({{0, "", uint64_t(1) << 60}}, uint64_t(1) << 60, 1, false); },
        "header (piece offset 0): image size larger than 1 PiB"},
   };
   std::string line;
@@ -319,7 +280,7 @@ TEST_F(Piece_V2_Test, hostile_sizes_and_counts_fail_fast) {
     EXPECT_EQ(line, "Invalid piece 'p' at " + c.line + "\n") << c.name;
   }
   // The largest image allowed, all zeros in 1-byte blocks: a sparse sink gets 1 GiB calls.
-  put("p", v1_piece({{0, "", piece::MAX_IMAGE_SIZE}}, piece::MAX_IMAGE_SIZE, 1, false));
+  put("p", version_1_piece({{0, "", piece::MAX_IMAGE_SIZE}}, piece::MAX_IMAGE_SIZE, 1, false));
   size_t calls = 0;
   EXPECT_TRUE(read("p", {}, line, &calls));
   EXPECT_EQ(calls, piece::MAX_IMAGE_SIZE >> 30);
@@ -328,7 +289,7 @@ TEST_F(Piece_V2_Test, hostile_sizes_and_counts_fail_fast) {
 TEST_F(Piece_V2_Test, version_1_pieces_still_read) {
   const std::vector<Extent> extents = {{0, random_bytes(3 * MiB, 1)}, {4 * MiB, "", MiB}, {6 * MiB + 100, text_bytes(5000)}};
   for (bool sealed : {false, true}) {
-    put("v1", v1_piece(extents, IMAGE_SIZE, 4096, sealed));
+    put("v1", version_1_piece(extents, IMAGE_SIZE, 4096, sealed));
     std::string image, line;
     size_t calls = 0;
     ASSERT_TRUE(read_piece(url(), options_for(COMPR_NONE, sealed), "v1", 0, image, calls)) << sealed;
