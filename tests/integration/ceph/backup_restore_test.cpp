@@ -2,33 +2,22 @@
 // into new images, checked byte for byte against `rbd export` of the source snapshot; and
 // the image writer's stop rules (short write, cancel, failure) on the real cluster.
 #include <cstdint>
-#include <random>
 #include <string>
 #include <tuple>
 #include <vector>
 
-#include "tests/support/temp_dir.h"
-#include "framework/client_io/client_io_ex.h"
 #include "sim/backupd/backupd_sim.h"
-#include "tests/integration/ceph/pool_fixture.h"
-#include "utils/agent/ceph/ceph_image_backup.h"
+#include "tests/integration/ceph/backup_fixture.h"
 #include "utils/agent/ceph/ceph_image_writer.h"
 #include "utils/agent/ceph/librbd_wrapper.h"
 #include "utils/agent/ceph/rbd_handle.h"
-#include "utils/agent/io_connection_factory.h"
 
 namespace {
 
+using ceph_test::export_sum;
 using ceph_test::MiB;
 using ceph_test::POOL;
 using ceph_test::rbd;
-
-std::string export_sum(const std::string& rbd_path) {
-  std::string out;
-  EXPECT_TRUE(au_test::run_ceph_cli("rbd export --no-progress " + POOL + "/" + rbd_path + " - | md5sum", &out))
-      << rbd_path;
-  return out.substr(0, out.find(' '));
-}
 
 // Bytes of the RADOS objects holding data, as `rbd du` counts them.
 uint64_t allocated(const std::string& rbd_path) {
@@ -38,40 +27,12 @@ uint64_t allocated(const std::string& rbd_path) {
   return bytes;
 }
 
-class Backup_Restore : public ceph_test::Pool_Fixture {
+class Backup_Restore : public ceph_test::Backup_Fixture {
  protected:
-  void SetUp() override {
-    Pool_Fixture::SetUp();
-    if (HasFatalFailure() || IsSkipped()) return;
-    ASSERT_TRUE(pool_io_.connect("file://" + dir_.path(), Client_IO_Base::Options()));
-  }
-
-  // Writes `length` bytes at `offset`: random, text-like or zeros.
-  void write(const std::string& name, uint64_t offset, uint64_t length, char kind) {
-    ceph::Ceph_Image image;
-    ASSERT_TRUE(pool_.open_image(name, image, false));
-    std::string data(length, '\0');
-    std::mt19937_64 rng(offset + length);
-    for (char& c : data)
-      c = kind == 'r' ? char(rng()) : kind == 't' ? "backup agents write text\n"[rng() % 25] : 0;
-    ASSERT_EQ(int(length), image.write(offset, length, data.data(), 0)) << name;
-  }
-
-  bool snap(const std::string& name, const std::string& s) {
-    return rbd("snap create --no-progress " + POOL + "/" + name + "@" + s);
-  }
-
-  bool backup(const std::string& snapshot, const std::string& from, const std::string& piece,
-              ceph::Backup_Totals* totals = nullptr) {
-    ceph::Ceph_Image_Backup b(factory_);
-    return b.open(*client_, "ceph://" + POOL + "/" + snapshot) &&
-           b.backup_to(pool_io_, piece, from, 16, totals);
-  }
-
   // A new image of the source's size, restored from `pieces` in order.
   // With `zero_copy`, librbd writes from the caller's buffers (the window must copy).
-  bool restore(const std::string& target, uint64_t size, const std::vector<std::string>& pieces,
-               bool zero_copy = false) {
+  bool restore_pieces(const std::string& target, uint64_t size, const std::vector<std::string>& pieces,
+                      bool zero_copy = false) {
     cleanup_.image(target);
     ceph::Ceph_Image image;
     if (!pool_.new_image(target, size, image, 1 | 4 | 8 | 16, 22, 0, 0, false)) return false;
@@ -84,10 +45,6 @@ class Backup_Restore : public ceph_test::Pool_Fixture {
       if (!w.write_from(pool_io_, p, 4 * MiB, nullptr)) return false;
     return true;
   }
-
-  au_test::Temp_Dir dir_;
-  Client_IO_Ex pool_io_;
-  IO_Connection_Factory factory_;  // unused: the pool is reached by its URL
 };
 
 // Full backup of @s1 and incremental @s1..@s2, each restored and compared with the source.
@@ -123,9 +80,9 @@ TEST_F(Backup_Restore, restored_images_equal_their_source_snapshots) {
 
     ASSERT_TRUE(backup(src + "@s1", "", src + "/full"));
     ASSERT_TRUE(backup(src + "@s2", "s1", src + "/incr"));
-    ASSERT_TRUE(restore(src + "-r1", c.size, {src + "/full"}));
+    ASSERT_TRUE(restore_pieces(src + "-r1", c.size, {src + "/full"}));
     EXPECT_EQ(export_sum(src + "@s1"), export_sum(src + "-r1"));
-    ASSERT_TRUE(restore(src + "-r2", c.size, {src + "/full", src + "/incr"}, c.zero_copy));
+    ASSERT_TRUE(restore_pieces(src + "-r2", c.size, {src + "/full", src + "/incr"}, c.zero_copy));
     EXPECT_EQ(export_sum(src + "@s2"), export_sum(src + "-r2"));
     EXPECT_LE(allocated(src + "-r2"), allocated(src + "@s2")) << "a restore must keep the image sparse";
   }
@@ -141,9 +98,9 @@ TEST_F(Backup_Restore, a_clone_is_backed_up_with_its_parents_data) {
   write(clone, 8 * MiB, 4096, 't');
   ASSERT_TRUE(snap(clone, "c1"));
   ceph::Backup_Totals t;
-  ASSERT_TRUE(backup(clone + "@c1", "", clone + "/full", &t));
+  ASSERT_TRUE(backup(clone + "@c1", "", clone + "/full", 16, &t));
   EXPECT_LE(3 * MiB + 4096, t.bytes_read) << "the parent's data and the clone's own";
-  ASSERT_TRUE(restore(clone + "-r", 12 * MiB, {clone + "/full"}));
+  ASSERT_TRUE(restore_pieces(clone + "-r", 12 * MiB, {clone + "/full"}));
   EXPECT_EQ(export_sum(clone + "@c1"), export_sum(clone + "-r"));
 }
 

@@ -421,37 +421,4 @@ TEST_F(IO_Factory_Options, a_missing_or_mistyped_key_fails_the_load) {
   EXPECT_FALSE(IO_Connection_Factory::Options().load(Value(json_spirit::Array{})));
 }
 
-TEST_F(IO_Factory_Options, keys_are_read_in_order_and_io_options_applied_last) {
-  Object doc = document();
-  doc.erase("retry_seconds");
-  IO_Connection_Factory::Options o;
-  EXPECT_FALSE(o.load(doc));
-  EXPECT_EQ("10.0.0.2", o.host);
-  EXPECT_EQ(ACCESS_KEY, o.access_key);
-  EXPECT_TRUE(o.client_io_opts == Client_IO_Base::Options());  // never applied
-
-  IO_Connection_Factory::Options p;
-  EXPECT_FALSE(p.load(with(document(), "backupd_host", 5)));
-  EXPECT_TRUE(p.is_restore && p.ssl);
-  EXPECT_EQ(50305, p.port);
-  EXPECT_EQ("", p.access_key);  // after the host
-
-  log_.clear();
-  IO_Connection_Factory::Options q;
-  EXPECT_FALSE(q.load(with(document(), "client_io_opts", Object{{"compression_method", "bogus"}})));
-  EXPECT_TRUE(log_.has(LM_ERROR, "Failed to load IO connection params: invalid I/O options.\n")) << log_.dump();
-  EXPECT_EQ(90, q.retry_seconds);
-}
-
-TEST_F(IO_Factory_Options, a_dump_without_a_host_says_so) {
-  IO_Connection_Factory::Options o;
-  ASSERT_TRUE(o.load(document()));
-  o.dump();
-  EXPECT_TRUE(log_.records().empty()) << log_.dump();
-  o.host.clear();
-  const Value dumped = o.dump();
-  EXPECT_TRUE(log_.has_check("host is NULL or \"\"")) << log_.dump();
-  EXPECT_EQ(Value(""), dumped.get_obj().at("backupd_host"));
-}
-
 }  // namespace
