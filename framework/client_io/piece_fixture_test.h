@@ -139,7 +139,9 @@ inline std::string version_1_piece(const std::vector<Extent>& extents, uint64_t 
     r.stored_length = data ? e.data.size() + (sealed ? 16 : 0) : 0;
     piece::encode(r, rb);
     std::string stored = e.data, rec(reinterpret_cast<char*>(rb), 40), aad = p.substr(0, 64) + rec;
-    if (sealed && data) EXPECT_TRUE(c.seal(index.size() / 48, aad.data(), aad.size(), e.data.data(), e.data.size(), stored));
+    if (sealed && data) {
+      EXPECT_TRUE(c.seal(index.size() / 48, aad.data(), aad.size(), e.data.data(), e.data.size(), stored));
+    }
     index += std::string(8, '\0') + rec;
     piece::put64(reinterpret_cast<unsigned char*>(&index[0]) + index.size() - 48, p.size());
     p += rec + stored;
