@@ -9,6 +9,7 @@
 #include <cctype>
 #include <cerrno>
 #include <chrono>
+#include <functional>
 #include <limits>
 #include <thread>
 
@@ -88,12 +89,14 @@ bool device_readable(const std::string& path) {
   return ready;
 }
 
-bool wait_for_device(const Mapped_Device_Options& options, const std::string& wwn, std::string& path) {
-  std::string candidate;
-  if (!mapped_device_path(options.dir, wwn, candidate)) return false;
-  switch (poll(options, [&] { return device_readable(candidate); })) {
+namespace {
+
+// Polls `ready` for the device of `wwn`; false after one line saying it was cancelled, or
+// that the device did not `what_failed` ("appear in", "go from") the directory in time.
+bool wait_until(const Mapped_Device_Options& options, const std::string& wwn, const char* what_failed,
+                const std::function<bool()>& ready) {
+  switch (poll(options, ready)) {
     case Wait_Result::DONE:
-      path = candidate;
       return true;
     case Wait_Result::CANCELLED:
       ACE_ERROR((LM_ERROR, ACE_TEXT("Waiting for the device of WWN '%C' in '%C' was cancelled.\n"), wwn.c_str(),
@@ -102,31 +105,28 @@ bool wait_for_device(const Mapped_Device_Options& options, const std::string& ww
     case Wait_Result::TIMED_OUT:
       break;
   }
-  ACE_ERROR((LM_ERROR, ACE_TEXT("Device of WWN '%C' did not appear in '%C' within %u ms.\n"), wwn.c_str(),
+  ACE_ERROR((LM_ERROR, ACE_TEXT("Device of WWN '%C' did not %C '%C' within %u ms.\n"), wwn.c_str(), what_failed,
              options.dir.c_str(), options.timeout_ms));
   return false;
+}
+
+}  // namespace
+
+bool wait_for_device(const Mapped_Device_Options& options, const std::string& wwn, std::string& path) {
+  std::string candidate;
+  if (!mapped_device_path(options.dir, wwn, candidate)) return false;
+  if (!wait_until(options, wwn, "appear in", [&] { return device_readable(candidate); })) return false;
+  path = candidate;
+  return true;
 }
 
 bool wait_for_device_gone(const Mapped_Device_Options& options, const std::string& wwn) {
   std::string path;
   if (!mapped_device_path(options.dir, wwn, path)) return false;
-  const auto gone = [&] {
+  return wait_until(options, wwn, "go from", [&] {
     struct stat st;
     return ::lstat(path.c_str(), &st) != 0 && errno == ENOENT;
-  };
-  switch (poll(options, gone)) {
-    case Wait_Result::DONE:
-      return true;
-    case Wait_Result::CANCELLED:
-      ACE_ERROR((LM_ERROR, ACE_TEXT("Waiting for the device of WWN '%C' in '%C' was cancelled.\n"), wwn.c_str(),
-                 options.dir.c_str()));
-      return false;
-    case Wait_Result::TIMED_OUT:
-      break;
-  }
-  ACE_ERROR((LM_ERROR, ACE_TEXT("Device of WWN '%C' did not go from '%C' within %u ms.\n"), wwn.c_str(),
-             options.dir.c_str(), options.timeout_ms));
-  return false;
+  });
 }
 
 }  // namespace oceanstor
