@@ -88,6 +88,11 @@ class Backup_Fixture : public Pool_Fixture {
     pool_io_.close();
     return ok;
   }
+  // The chain ending at `newest` merged into the new full piece `merged`, in the pool.
+  bool consolidate(const std::string& newest, const std::string& merged) {
+    Piece_Chain chain;
+    return chain.load_from_newest(connect(), newest) && consolidate_chain(chain, connect(), pool_io_, merged, {}, nullptr);
+  }
   // Restores the chain ending at `newest` (or the explicit list) into image `target`.
   bool restore(const std::string& target, const std::vector<std::string>& pieces, bool from_newest,
                Chain_Totals* totals = nullptr) {

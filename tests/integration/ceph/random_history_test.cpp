@@ -1,8 +1,8 @@
-// Seeded random histories of a sandbox image: writes straddling chunk and object
-// boundaries, discards, zero writes, grows and shrinks, snapshots. Every snapshot is backed
-// up into two chains (one linked by base pieces at one chunk power, one linked by base
-// snapshots at a random power per piece), and random points are restored, into new images
-// and over existing ones of other sizes, and compared with `rbd export` of the snapshot.
+// Seeded random histories of a sandbox image: writes straddling chunk and object boundaries,
+// discards, zero writes, grows and shrinks, snapshots. Every snapshot is backed up into two
+// chains (one linked by base pieces at one chunk power, one by base snapshots at a random
+// power per piece); random points are restored into new images (by the newest piece, and
+// after merging its chain) and over existing ones, and compared with `rbd export`.
 //
 // AGENTUTIL_HISTORY_SEEDS picks the seeds ("7", "1,5,9", "1-200"); a failure names its seed.
 #include <cstdio>
@@ -110,18 +110,20 @@ class Random_History : public ceph_test::Backup_Fixture {
     }
     img.close_image();
     std::map<int, std::string> sums;
+    // By the newest piece, merged into one full piece first, as a list over an old image.
     for (int r = 0; r < 3; ++r) {
       const int k = int(pick(1, snapshots));
-      const bool over_existing = r == 2;
-      const std::string target = src + "-r" + std::to_string(r);
-      SCOPED_TRACE("restore of h" + std::to_string(k) + (over_existing ? " over an image" : ""));
+      const bool merged = r == 1, over_existing = r == 2;
+      const std::string target = src + "-r" + std::to_string(r), newest = merged ? src + "/m" : a[k - 1];
+      SCOPED_TRACE("restore of h" + std::to_string(k) + (merged ? " merged" : over_existing ? " over an image" : ""));
+      ASSERT_TRUE(!merged || consolidate(a[k - 1], newest)) << logs_.dump();
       if (over_existing) {  // mostly larger than the snapshot, sometimes smaller
         const uint64_t was = pick(2, 30) * MiB;
         ASSERT_TRUE(create(target, was, "--object-size 1M"));
         write(target, pick(0, was / MiB - 2) * MiB + 5, MiB, 't');
       }
       const std::vector<std::string> list(b.begin(), b.begin() + k);
-      ASSERT_TRUE(over_existing ? restore(target, list, false) : restore(target, {a[k - 1]}, true)) << logs_.dump();
+      ASSERT_TRUE(over_existing ? restore(target, list, false) : restore(target, {newest}, true)) << logs_.dump();
       if (sums[k].empty()) sums[k] = export_sum(src + "@h" + std::to_string(k));
       ASSERT_EQ(sums[k], export_sum(target));
       ++n.restores;
@@ -141,10 +143,8 @@ TEST_F(Random_History, restores_equal_the_snapshots_backed_up) {
       ADD_FAILURE() << "history of seed " << seed << " failed (AGENTUTIL_HISTORY_SEEDS=" << seed << " repeats it)";
       return;
     }
-    std::printf("seed %llu: %d writes, %d zero writes, %d discards, %d resizes, %d snapshots, %d pieces, "
-                "%d restores so far\n",
-                static_cast<unsigned long long>(seed), n.writes, n.zero_writes, n.discards, n.resizes, n.snapshots,
-                n.pieces, n.restores);
+    std::printf("seed %llu: %d writes, %d zero writes, %d discards, %d resizes, %d snapshots, %d pieces, %d restores so far\n",
+                static_cast<unsigned long long>(seed), n.writes, n.zero_writes, n.discards, n.resizes, n.snapshots, n.pieces, n.restores);
   }
 }
 
