@@ -13,7 +13,6 @@
 #include "framework/chain/chain_restore.h"
 #include "framework/client_io/image_block_writer.h"
 
-using chain_io::printable;
 
 namespace {
 
@@ -62,7 +61,7 @@ bool write_image(const Piece_Chain& chain, const Piece_Chain::Connect& connect,
     const Chain_Segment& s = plan[i];
     if (progress.cancelled()) {
       ACE_ERROR((LM_ERROR, "Cancelled consolidation of chain '%s' into piece '%s'\n",
-                 printable(newest.name).c_str(), printable(piece_name).c_str()));
+                 loggable(newest.name).c_str(), loggable(piece_name).c_str()));
       return false;
     }
     if (s.zeros) {
@@ -93,11 +92,11 @@ bool consolidate_chain(const Piece_Chain& chain, const Piece_Chain::Connect& con
                        const Chain_Callbacks& callbacks, Chain_Totals* totals) {
   if (chain.links().empty()) {
     ACE_ERROR((LM_ERROR, "Cannot consolidate into piece '%s': the chain holds no piece\n",
-               printable(piece_name).c_str()));
+               loggable(piece_name).c_str()));
     return false;
   }
   if (!out.open(piece_name, Client_IO_Base::OPEN_WRITE, 0, 0)) {
-    ACE_ERROR((LM_ERROR, "Cannot create piece '%s': %s\n", printable(piece_name).c_str(),
+    ACE_ERROR((LM_ERROR, "Cannot create piece '%s': %s\n", loggable(piece_name).c_str(),
                out.last_error().c_str()));
     return false;
   }
@@ -112,7 +111,7 @@ bool consolidate_chain(const Piece_Chain& chain, const Piece_Chain::Connect& con
     return false;
   }
   if (!out.close()) {
-    ACE_ERROR((LM_ERROR, "Failed to store piece '%s': %s\n", printable(piece_name).c_str(),
+    ACE_ERROR((LM_ERROR, "Failed to store piece '%s': %s\n", loggable(piece_name).c_str(),
                out.last_error().c_str()));
     out.abandon();
     return false;

@@ -4,14 +4,6 @@
 
 namespace chain_io {
 
-std::string printable(const std::string& s) {
-  std::string out = s;
-  for (char& c : out) {
-    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) c = '?';
-  }
-  return out;
-}
-
 bool same_layout(const Piece_Layout& a, const Piece_Layout& b) {
   if (a.piece_size != b.piece_size || a.header.version != b.header.version ||
       a.header.image_size != b.header.image_size || a.identity.piece_id != b.identity.piece_id ||
@@ -31,7 +23,7 @@ bool same_layout(const Piece_Layout& a, const Piece_Layout& b) {
 
 bool Piece_Source::open(const Piece_Chain::Connect& connect, const Chain_Link& link) {
   close();
-  const std::string name = printable(link.name);
+  const std::string name = loggable(link.name);
   io_ = connect ? connect() : nullptr;
   if (!io_) {
     ACE_ERROR((LM_ERROR, "Cannot connect to the pool of piece '%s'\n", name.c_str()));

@@ -8,11 +8,9 @@
 
 #include "framework/chain/chain_restore.h"
 #include "framework/client_io/image_block_reader.h"
+#include "framework/log/loggable.h"
 
 namespace chain_io {
-
-// Hostile names must not split a log line.
-std::string printable(const std::string& s);
 
 // Opens a connection from `connect` and the piece on it (the same piece as when the chain
 // was loaded: its layout is compared), then reads its records by index, keeping the last

@@ -8,7 +8,6 @@
 #include "framework/chain/chain_io_internal.h"
 #include "framework/chain/chain_plan.h"
 
-using chain_io::printable;
 
 namespace {
 
@@ -21,8 +20,8 @@ class Restore {
       : chain_(chain),
         target_(target),
         progress_(callbacks, chain.image_size()),
-        chain_name_(printable(chain.newest().name)),
-        target_name_(printable(target.name())) {}
+        chain_name_(loggable(chain.newest().name)),
+        target_name_(loggable(target.name())) {}
 
   bool run(const Piece_Chain::Connect& connect, Chain_Totals& totals) {
     const std::vector<Chain_Segment> plan = plan_chain(chain_);
@@ -105,7 +104,7 @@ bool restore_chain(const Piece_Chain& chain, const Piece_Chain::Connect& connect
                    Restore_Target& target, const Chain_Callbacks& callbacks, Chain_Totals* totals) {
   if (chain.links().empty()) {
     ACE_ERROR((LM_ERROR, "Cannot restore to '%s': the chain holds no piece\n",
-               printable(target.name()).c_str()));
+               loggable(target.name()).c_str()));
     return false;
   }
   Chain_Totals t;

@@ -3,7 +3,6 @@
 #include "framework/chain/chain_io_internal.h"
 #include "framework/chain/chain_restore.h"
 
-using chain_io::printable;
 
 bool verify_chain(const Piece_Chain& chain, const Piece_Chain::Connect& connect,
                   const Chain_Callbacks& callbacks, Chain_Totals* totals) {
@@ -18,7 +17,7 @@ bool verify_chain(const Piece_Chain& chain, const Piece_Chain::Connect& connect,
   chain_io::Progress progress(callbacks, all);
   Chain_Totals t;
   for (const Chain_Link& link : chain.links()) {
-    const std::string name = printable(link.name);
+    const std::string name = loggable(link.name);
     std::unique_ptr<Client_IO_Base> io = connect ? connect() : nullptr;
     if (!io) {
       ACE_ERROR((LM_ERROR, "Cannot connect to the pool of piece '%s'\n", name.c_str()));
@@ -43,7 +42,7 @@ bool verify_chain(const Piece_Chain& chain, const Piece_Chain::Connect& connect,
     io->close();
     if (cancelled) {
       ACE_ERROR((LM_ERROR, "Cancelled verify of chain '%s' at piece '%s'\n",
-                 printable(chain.newest().name).c_str(), name.c_str()));
+                 loggable(chain.newest().name).c_str(), name.c_str()));
       return false;
     }
     if (!ok) return false;  // the reader logged it

@@ -10,21 +10,20 @@
 
 namespace {
 
-using chain_io::printable;  // text fields come from the pieces
 
 std::string snapshot_text(const std::string& id, const std::string& name) {
-  return "snapshot " + printable(id) + " ('" + printable(name) + "')";
+  return "snapshot " + loggable(id) + " ('" + loggable(name) + "')";
 }
 
 std::string source_text(const piece::Identity& id) {
-  return printable(id.source_kind) + " image '" + printable(id.pool) +
-         (id.pool.empty() ? "" : "/") + printable(id.image_name) + "' (id '" +
-         printable(id.image_id) + "', cluster '" + printable(id.cluster) + "')";
+  return loggable(id.source_kind) + " image '" + loggable(id.pool) +
+         (id.pool.empty() ? "" : "/") + loggable(id.image_name) + "' (id '" +
+         loggable(id.image_id) + "', cluster '" + loggable(id.cluster) + "')";
 }
 
 bool refuse(const std::string& piece_name, const std::string& why) {
   ACE_ERROR(
-      (LM_ERROR, "Invalid chain at piece '%s': %s\n", printable(piece_name).c_str(), why.c_str()));
+      (LM_ERROR, "Invalid chain at piece '%s': %s\n", loggable(piece_name).c_str(), why.c_str()));
   return false;
 }
 
@@ -32,10 +31,10 @@ bool refuse(const std::string& piece_name, const std::string& why) {
 std::string link_fault(const Chain_Link& prev, const Chain_Link& cur) {
   const piece::Identity& p = prev.layout.identity;
   const piece::Identity& c = cur.layout.identity;
-  const std::string other = "piece '" + printable(prev.name) + "'";
+  const std::string other = "piece '" + loggable(prev.name) + "'";
   if (cur.layout.header.version == 1 || prev.layout.header.version == 1) {
     const std::string& v1 = cur.layout.header.version == 1 ? cur.name : prev.name;
-    return "piece '" + printable(v1) +
+    return "piece '" + loggable(v1) +
            "' is of format version 1, which names no source or base: it is restored only "
            "on its own";
   }
@@ -65,9 +64,9 @@ bool read_link(Client_IO_Base& io, const std::string& name, const std::string& b
   if (!io.open(name, Client_IO_Base::OPEN_READ, 0, 0)) {
     if (!base_of.empty()) {
       return refuse(base_of,
-                    "its base '" + printable(name) + "' cannot be opened: " + io.last_error());
+                    "its base '" + loggable(name) + "' cannot be opened: " + io.last_error());
     }
-    ACE_ERROR((LM_ERROR, "Cannot open piece '%s': %s\n", printable(name).c_str(),
+    ACE_ERROR((LM_ERROR, "Cannot open piece '%s': %s\n", loggable(name).c_str(),
                io.last_error().c_str()));
     return false;
   }
@@ -82,7 +81,7 @@ std::unique_ptr<Client_IO_Base> connect_for(const Piece_Chain::Connect& connect,
                                             const std::string& name) {
   std::unique_ptr<Client_IO_Base> io = connect ? connect() : nullptr;
   if (!io) {
-    ACE_ERROR((LM_ERROR, "Cannot connect to the pool of piece '%s'\n", printable(name).c_str()));
+    ACE_ERROR((LM_ERROR, "Cannot connect to the pool of piece '%s'\n", loggable(name).c_str()));
   }
   return io;
 }
@@ -168,11 +167,11 @@ bool Piece_Chain::load_from_newest(const Connect& connect, const std::string& ne
                               " names no piece: give the chain as a list");
     }
     if (seen.count(id.base_piece_name) != 0) {
-      return refuse(name, "its base '" + printable(id.base_piece_name) +
+      return refuse(name, "its base '" + loggable(id.base_piece_name) +
                               "' is already in the chain (a loop)");
     }
     if (newest_first.size() >= MAX_LENGTH) {
-      return refuse(name, "its base '" + printable(id.base_piece_name) +
+      return refuse(name, "its base '" + loggable(id.base_piece_name) +
                               "' would make the chain longer than " + std::to_string(MAX_LENGTH) +
                               " pieces");
     }

@@ -5,6 +5,7 @@
 #include <iostream>
 
 #include "framework/json/writer.h"
+#include "framework/log/loggable.h"
 #include "tools/agentutil/cli_common.h"
 
 namespace cli {
@@ -17,8 +18,7 @@ Table::Table(std::vector<std::string> headings) : headings_(std::move(headings))
 
 void Table::add(std::vector<std::string> cells) {
   cells.resize(headings_.size());
-  for (auto& c : cells)
-    if (c.empty()) c = "-";
+  for (auto& c : cells) c = c.empty() ? "-" : loggable(c);
   rows_.push_back(std::move(cells));
 }
 
@@ -43,7 +43,7 @@ void print_fields(const Fields& fields) {
   std::size_t width = 0;
   for (const auto& f : fields) width = std::max(width, f.first.size());
   for (const auto& [label, value] : fields)
-    std::cout << label << std::string(width - label.size() + 2, ' ') << (value.empty() ? "-" : value) << "\n";
+    std::cout << label << std::string(width - label.size() + 2, ' ') << (value.empty() ? "-" : loggable(value)) << "\n";
 }
 
 std::string count_of(uint64_t n, const std::string& singular, const std::string& plural) {

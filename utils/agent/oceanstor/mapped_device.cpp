@@ -14,6 +14,7 @@
 #include <thread>
 
 #include "framework/base/exponential_backoff.h"
+#include "framework/log/loggable.h"
 
 namespace oceanstor {
 
@@ -29,14 +30,6 @@ constexpr unsigned FIRST_POLL_MS = 5;
 constexpr unsigned LAST_POLL_MS = 250;
 
 enum class Wait_Result { DONE, TIMED_OUT, CANCELLED };
-
-// The WWN as it may appear in a log line: cut, and nothing but printable characters.
-std::string shown(const std::string& wwn) {
-  std::string out = wwn.substr(0, SHOWN_WWN_BYTES);
-  for (char& c : out)
-    if (!std::isprint(static_cast<unsigned char>(c))) c = '?';
-  return out;
-}
 
 template <class Done>
 Wait_Result poll(const Mapped_Device_Options& options, Done done) {
@@ -59,7 +52,7 @@ bool mapped_device_path(const std::string& dir, const std::string& wwn, std::str
   const bool hex =
       std::all_of(wwn.begin(), wwn.end(), [](char c) { return std::isxdigit(static_cast<unsigned char>(c)) != 0; });
   if (!hex || wwn.size() < MIN_WWN_DIGITS || wwn.size() > MAX_WWN_DIGITS) {
-    ACE_ERROR((LM_ERROR, ACE_TEXT("Refused WWN '%C': not 16 to 32 hexadecimal digits.\n"), shown(wwn).c_str()));
+    ACE_ERROR((LM_ERROR, ACE_TEXT("Refused WWN '%C': not 16 to 32 hexadecimal digits.\n"), loggable(wwn, SHOWN_WWN_BYTES).c_str()));
     return false;
   }
   if (dir.empty()) {
